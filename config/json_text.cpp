@@ -1,0 +1,14 @@
+#include "config/json_text.h"
+
+#include <json/reader.h>
+
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
+bool parseJson(const std::string &text, Json::Value &root) {
+    try {
+        Json::Reader reader;
+        return reader.parse(text, root, true);
+    } catch (const Json::Exception &) {
+        return false;
+    }
+}

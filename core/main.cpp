@@ -1,0 +1,170 @@
+// The entry point: owns every long-lived object, makes them in order and takes them
+// down in order. Everything else is in the objects.
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include <pthread.h>
+#include <sched.h>
+#include <srt/srt.h>
+#include <syslog.h>
+
+#include "config/config_store.h"
+#include "core/shared/log_ring.h"
+#include "core/shared/shared_words.h"
+#include "core/standard_streams.h"
+#include "core/stream_pump.h"
+#include "device/route_device.h"
+#include "endpoints/file_input.h"
+#include "endpoints/payload.h"
+#include "endpoints/stats_document.h"
+#include "endpoints/udp_output.h"
+
+namespace {
+
+constexpr std::size_t kLogLines = 100;
+constexpr const char *kDefaultConfigPath = "/etc/sysconfig/proxy.cfg";
+constexpr const char *kUnitAddress = "127.0.0.1";
+constexpr int kUnitPort = 9261;
+constexpr int kRouteNumber = 3;
+constexpr std::size_t kBufferBytes = std::size_t{1000} * kPayloadBytes;
+
+struct FreeBuffer {
+    void operator()(void *buffer) const { free(buffer); }
+};
+
+// Keeps libsrt started.
+struct SrtLibrary {
+    SrtLibrary() {
+        if (srt_startup() == SRT_ERROR) {
+            syslog(LOG_ERR, "Could not start the SRT library: %s", srt_getlasterror_str());
+            throw 1;
+        }
+        // Else libsrt writes a line at every receive that times out.
+        srt_setloglevel(LOG_CRIT);
+    }
+    ~SrtLibrary() { srt_cleanup(); }
+    SrtLibrary(const SrtLibrary &) = delete;
+    SrtLibrary &operator=(const SrtLibrary &) = delete;
+};
+
+// All that lives as long as the process. shutDown() ends it in the one right order.
+struct Process {
+    StatsDocument stats;
+    LogRing log{kLogLines};
+    std::string config_path;
+    ChangeFlag change_flag{0};
+    CurrentIdx current_idx{0};
+    bool encoder = false;
+    std::unique_ptr<ConfigStore> store;
+    std::unique_ptr<SrtLibrary> srt;
+    std::unique_ptr<char, FreeBuffer> buffer;
+    std::unique_ptr<RouteDevice> route;        // encoder family only
+    std::unique_ptr<file_input_t> file_input;  // encoder family only
+    std::unique_ptr<udp_output_t> udp_output;  // decoder family only
+};
+
+void raiseStopFlag(int) {
+    stop_flag = 1;
+}
+
+void installStopSignals() {
+    struct sigaction action {};
+    action.sa_handler = raiseStopFlag;
+    action.sa_flags = SA_RESTART;
+    sigfillset(&action.sa_mask);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        sigaction(number, &action, nullptr);
+    }
+}
+
+bool isEncoder(const char *product) {
+    return product != nullptr && strncmp(product, "WQ", 2) != 0;
+}
+
+void makeUnitEnds(Process &process) {
+    if (process.encoder) {
+        process.log.logLine("WX family detected\n");
+        process.route = std::make_unique<RouteDevice>(kRouteNumber);
+        process.file_input = std::make_unique<file_input_t>(process.route->ingressPath());
+    } else {
+        process.log.logLine("WQ family detected\n");
+        process.udp_output = std::make_unique<udp_output_t>(kUnitAddress, kUnitPort);
+    }
+}
+
+void allocateBuffer(Process &process) {
+    process.buffer.reset(static_cast<char *>(malloc(kBufferBytes)));
+    if (!process.buffer) {
+        syslog(LOG_ERR, "No memory for the read buffer");
+        throw 1;
+    }
+}
+
+// For this thread alone: the threads that it starts fall back to the ordinary policy,
+// which spares the core for libsrt's share of the work.
+void requestRealTime() {
+    puts("Setting RR scheduler");
+    sched_param parameters{};
+    parameters.sched_priority = sched_get_priority_max(SCHED_RR);
+    pthread_setschedparam(pthread_self(), SCHED_RR | SCHED_RESET_ON_FORK, &parameters);
+}
+
+void startUp(Process &process) {
+    installStopSignals();
+    openlog("tidewell", LOG_PERROR, LOG_USER);
+    process.log.logLine("Startup\n");
+    const char *config_path = getenv("PROXY_CFG");
+    process.config_path = config_path != nullptr ? config_path : kDefaultConfigPath;
+    process.encoder = isEncoder(getenv("PRODUCT"));
+    makeUnitEnds(process);
+    process.srt = std::make_unique<SrtLibrary>();
+    process.store = std::make_unique<ConfigStore>(process.config_path);
+    allocateBuffer(process);
+    if (process.encoder) {
+        requestRealTime();
+    }
+}
+
+void runPump(Process &process) {
+    StreamPump pump({.log = &process.log,
+                     .store = process.store.get(),
+                     .stats = &process.stats,
+                     .change_flag = &process.change_flag,
+                     .current_idx = &process.current_idx,
+                     .buffer = process.buffer.get(),
+                     .buffer_bytes = kBufferBytes,
+                     .udp_output = process.udp_output.get(),
+                     .file_input = process.file_input.get()});
+    pump.run();
+}
+
+void shutDown(Process &process) {
+    process.udp_output.reset();
+    process.file_input.reset();
+    process.route.reset();
+    process.buffer.reset();
+    process.srt.reset();
+    puts("main exit");
+    process.store.reset();
+}
+
+}  // namespace
+
+int main() {
+    prepareStandardStreams();
+    Process process;
+    int status = 0;
+    try {
+        startUp(process);
+        runPump(process);
+    } catch (...) {  // each step has said what failed
+        syslog(LOG_ERR, "Start-up failed");
+        status = 1;
+    }
+    shutDown(process);
+    return status;
+}

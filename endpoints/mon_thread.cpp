@@ -1,0 +1,50 @@
+#include "endpoints/mon_thread.h"
+
+#include <cstdio>
+#include <ctime>
+#include <string>
+
+#include <unistd.h>
+
+#include "core/shared/log_ring.h"
+#include "core/shared/shared_words.h"
+#include "endpoints/proxy_srt.h"
+
+namespace {
+
+constexpr time_t kFirstLineHeadStart = 295;  // seconds, so that the first line comes early
+constexpr time_t kLineInterval = 300;
+constexpr time_t kSampleInterval = 1;
+
+// A line that is due while nobody is connected is not made up for later.
+void logStatus(const MonitorArgs &args) {
+    std::string line;
+    if (args.endpoint->status_line(&line) != 0) {
+        args.log->logPrintf("%s\n", line.c_str());
+    }
+}
+
+}  // namespace
+
+void *mon_thread_entry(void *argument) {
+    const auto &args = *static_cast<const MonitorArgs *>(argument);
+    printf("%s: E\n", "mon_thread_entry");
+    time_t sampled = time(nullptr);
+    time_t logged = time(nullptr) - kFirstLineHeadStart;
+    args.endpoint->clear_stats(args.stats);
+    while (args.stop == 0 && stop_flag == 0) {
+        const time_t now = time(nullptr);
+        if (now - sampled > kSampleInterval) {
+            args.endpoint->update_stats(args.stats, args.reserved);
+            sampled = now;
+        }
+        if (now - logged > kLineInterval) {
+            logged = now;
+            logStatus(args);
+        }
+        sleep(1);
+    }
+    args.endpoint->clear_stats(args.stats);
+    printf("%s: X\n", "mon_thread_entry");
+    return nullptr;
+}

@@ -1,0 +1,32 @@
+// What the stats thread sees of an SRT endpoint, whichever way its data flows.
+//
+// Results on the data path, for every endpoint's read and write: above 0 bytes moved;
+// 0 end of stream; -2 nothing done, call again; other negative values are errors.
+// -2 is also how a listener gives control back between the steps of accepting.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+struct StatsDocument;
+
+// Threads: the three operations run on the stats thread while the pump reads or writes.
+// Owner:   the pump, through the derived class; the stats thread is joined before the
+//          endpoint is deleted.
+// Errors:  a constructor that fails has said why, gives back what it opened and throws
+//          the int 1. The operations report nothing: without a socket they show zeroes.
+class proxy_srt_t {
+public:
+    virtual ~proxy_srt_t() = default;
+
+    // Takes a sample and writes it to the document. `clear` other than 0 also sets
+    // libsrt's interval counters back.
+    virtual void update_stats(StatsDocument *stats, std::uint32_t clear) = 0;
+
+    // Writes zeroes and an empty peer to the document.
+    virtual void clear_stats(StatsDocument *stats) = 0;
+
+    // Puts the status line for the log into `line` and returns 1. Returns 0 and leaves
+    // it alone while there is no peer to tell of.
+    virtual int status_line(std::string *line) = 0;
+};
