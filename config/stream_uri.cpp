@@ -90,23 +90,28 @@ int parseStreamUri(const std::string &text, StreamUri &record) {
 }
 
 std::string renderStreamUri(const StreamUri &record) {
-    std::string text = record.scheme + "://";
+    std::string text = record.scheme;
+    text += "://";
     if (!record.userinfo.empty()) {
-        text += record.userinfo + "@";
+        text += record.userinfo;
+        text += '@';
     }
     const bool ipv6_literal = record.host.find(':') != std::string::npos;
     text += ipv6_literal ? "[" : "";
     text += record.host;
     text += ipv6_literal ? "]" : "";
     if (record.port != 0) {
-        text += ":" + std::to_string(record.port);
+        text += ':';
+        text += std::to_string(record.port);
     }
     text += record.path;
     char separator = '?';
     for (const auto &[key, value] : record.options) {
-        text += separator + key;
+        text += separator;
+        text += key;
         if (!value.empty()) {
-            text += "=" + value;
+            text += '=';
+            text += value;
         }
         separator = '&';
     }
