@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "sim/lossy_relay.h"
 #include "sim/wait_until.h"
 
 namespace sim {
@@ -97,6 +98,27 @@ TEST(SrtPeer, OnlyTheRightPassphraseAndStreamIdAreLetIn) {
     EXPECT_TRUE(receives(admitted, 100));
     EXPECT_EQ(refused_id.connectionsMade(), 0U);
     EXPECT_EQ(refused_phrase.received().messages, 0U);
+}
+
+TEST(SrtPeer, RelayLosesDelaysAndCuts) {
+    SrtSender sender(5000);
+    LossyRelay relay({.port = 6000,
+                      .target_port = 5000,
+                      .loss_percent = 5,
+                      .delay = std::chrono::milliseconds(20)});
+    PeerOptions options = callerTo(6000);
+    options.latency_ms = 400;
+    SrtReceiver receiver(options);
+
+    EXPECT_TRUE(receives(receiver, 400));
+    EXPECT_GT(receiver.link().lost, 0U);
+    EXPECT_GE(receiver.link().round_trip_ms, 35.0);
+    EXPECT_EQ(receiver.received().sources[sender.id()].lost, 0U);
+
+    relay.cut(true);
+    EXPECT_TRUE(waitUntil([&] { return !receiver.isConnected(); }));
+    relay.cut(false);
+    EXPECT_TRUE(receives(receiver, 100));
 }
 
 }  // namespace
