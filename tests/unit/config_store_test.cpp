@@ -81,12 +81,13 @@ TEST_F(ConfigStoreTest, MergesADocument) {
          R"({"idx":0,"uri":"srt://n:5","enable":[]},null,7,"x",[],{"idx":1,"uri":"srt://m:5"}],)"
          R"("foo":[]})",
          "a+ m+", true},
-        {"a number enables", R"({"uris":[{"idx":0,"uri":"srt://n:5","enable":0},)"
-                             R"({"idx":1,"uri":"srt://m:5","enable":1}]})",
+        {"a number enables",
+         R"({"uris":[{"idx":0,"uri":"srt://n:5","enable":0},)"
+         R"({"idx":1,"uri":"srt://m:5","enable":1}]})",
          "n- m+", true},
         {"uris no array", R"({"uris":{"idx":0,"uri":"srt://n:5"}})", "a+ b+", true},
-        {"other keys and comments", "// hi\n{\"uris\":[{\"idx\":0,\"uri\":\"srt://n:5\",\"k\":1}],\"z\":{}}",
-         "n+ b+", true},
+        {"other keys and comments",
+         "// hi\n{\"uris\":[{\"idx\":0,\"uri\":\"srt://n:5\",\"k\":1}],\"z\":{}}", "n+ b+", true},
         {"empty object", "{}", "a+ b+", true},
         {"empty text", "", "a+ b+", false},
         {"no JSON", "srt://n:5", "a+ b+", false},
@@ -105,7 +106,8 @@ TEST_F(ConfigStoreTest, MergesADocument) {
 
 TEST_F(ConfigStoreTest, ReloadAfterABadAddressBringsTheOldFileBack) {
     startWith(kBoth);
-    store.applyDocument(R"({"uris":[{"idx":0,"uri":"srt://n:5"},{"idx":1,"uri":"%","enable":false}]})");
+    store.applyDocument(
+        R"({"uris":[{"idx":0,"uri":"srt://n:5"},{"idx":1,"uri":"%","enable":false}]})");
     EXPECT_EQ(slots(), "n+ b-");
     store.reload();
     EXPECT_EQ(slots(), "a+ b+");
