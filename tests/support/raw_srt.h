@@ -25,7 +25,8 @@ public:
     RawSrt &operator=(RawSrt &&) = delete;
     ~RawSrt() { close(); }
 
-    template <typename Value> void set(SRT_SOCKOPT option, const Value &value) {
+    template <typename Value>
+    void set(SRT_SOCKOPT option, const Value &value) {
         srt_setsockopt(sock, 0, option, &value, sizeof value);
     }
     void set(SRT_SOCKOPT option, const std::string &value) {

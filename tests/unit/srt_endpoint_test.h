@@ -26,7 +26,8 @@ inline StreamUri enabledUri(const std::string &text) {
 class SrtEndpointTest : public testing::Test {
 protected:
     // All that opening printed, stdout before stderr, and whether it threw the int 1.
-    template <typename Endpoint> std::string tryToOpen(const StreamUri &uri) {
+    template <typename Endpoint>
+    std::string tryToOpen(const StreamUri &uri) {
         openlog("t", LOG_PERROR, LOG_USER);
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
@@ -41,7 +42,8 @@ protected:
         return text + (threw ? "THROWN" : "OPEN");
     }
 
-    template <typename Endpoint> Json::Value statsOf(Endpoint &endpoint) {
+    template <typename Endpoint>
+    Json::Value statsOf(Endpoint &endpoint) {
         StatsDocument stats;
         endpoint.update_stats(&stats, 0);
         const MutexLock lock(stats.stats_mutex);

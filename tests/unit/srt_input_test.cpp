@@ -187,7 +187,8 @@ TEST_F(SrtInputTest, OptionsReachLibsrtInBothModes) {
     EXPECT_NEAR(statsOf(caller)["recv"]["byteAvailRcvBuf"].asInt(), 1456000, 30000);
     SRT_TRACEBSTATS far{};
     EXPECT_TRUE(sim::waitUntil([&] {
-        return sender.send("x") && srt_bstats(sender.id(), &far, 0) == 0 && far.pktFlowWindow <= 2000;
+        return sender.send("x") && srt_bstats(sender.id(), &far, 0) == 0 &&
+               far.pktFlowWindow <= 2000;
     })) << far.pktFlowWindow;
 }
 
@@ -195,9 +196,11 @@ TEST_F(SrtInputTest, EncryptedStreamNeedsTheSamePassphrase) {
     RawSrt listener;
     listener.set(SRTO_PASSPHRASE, std::string("correct horse"));
     ASSERT_TRUE(listener.listen(5000));
-    const std::string address = "srt://127.0.0.1:5000?mode=caller&latency=20&pbkeylen=32&passphrase=";
+    const std::string address =
+        "srt://127.0.0.1:5000?mode=caller&latency=20&pbkeylen=32&passphrase=";
     EXPECT_EQ(tryToOpen<srt_input>(enabledUri(address + "wrong%2520horse")),
-              "pbkeylen = 32\nsrt connect\nsrt_connect: Connection setup failure: connection rejected\nTHROWN");
+              "pbkeylen = 32\nsrt connect\nsrt_connect: Connection setup failure: connection "
+              "rejected\nTHROWN");
     srt_input input(enabledUri(address + "correct%2520horse"));
     RawSrt sender = listener.accept();
     EXPECT_EQ(firstOf(sender, input, "secret"), "secret");

@@ -69,8 +69,7 @@ TEST_F(SrtOutputTest, CutsABufferIntoMessages) {
     receiver.close();
     testing::internal::CaptureStderr();
     EXPECT_TRUE(sim::waitUntil([&] { return output.write(buffer.data(), 1316) == 0; }));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "srt_sendmsg: Connection was broken\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "srt_sendmsg: Connection was broken\n");
 }
 
 TEST_F(SrtOutputTest, ListenerDropsWhatItHasNoClientFor) {
