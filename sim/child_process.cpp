@@ -40,7 +40,8 @@ void useAs(int descriptor, int number) {
 
 pid_t start(const ProcessOptions &options) {
     const auto arguments = pointersTo(options.command);
-    const auto environment = pointersTo(options.env.value_or(std::vector<std::string>{}));
+    const std::vector<std::string> own_texts = options.env.value_or(std::vector<std::string>{});
+    const auto environment = pointersTo(own_texts);
     const pid_t parent = getpid();
     const pid_t child = check(fork(), "start " + options.command.at(0));
     if (child != 0) {
