@@ -39,6 +39,8 @@ public:
     // Alive and silent (a sender) or alive and not reading (a receiver).
     void pause() { state->paused = true; }
     void resume() { state->paused = false; }
+    // SIGUSR1 to the process turns this as well.
+    [[nodiscard]] bool isPaused() const { return state->paused; }
     // Stopped like a machine that hangs: it does not even answer.
     void freeze();
     void thaw();
