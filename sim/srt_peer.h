@@ -50,7 +50,7 @@ public:
     void breakOff();
     // Comes back with the same settings after vanish() or breakOff().
     void restart();
-    // Tells by itself whether the process still runs.
+    // False also after somebody else has ended it.
     bool isRunning();
 
     [[nodiscard]] bool isConnected() const { return state->connections > 0; }
