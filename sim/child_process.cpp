@@ -48,6 +48,7 @@ pid_t start(const ProcessOptions &options) {
         return child;
     }
     restoreSignals();
+    setpgid(0, 0);  // Ctrl-C at a terminal is for the owner, who ends the others in order
     useAs(options.out, STDOUT_FILENO);
     useAs(options.err, STDERR_FILENO);
     for (const int descriptor : options.inherited) {
