@@ -114,7 +114,6 @@ void requestRealTime() {
 }
 
 void startUp(Process &process) {
-    installStopSignals();
     openlog("tidewell", LOG_PERROR, LOG_USER);
     process.log.logLine("Startup\n");
     const char *config_path = getenv("PROXY_CFG");
@@ -156,12 +155,13 @@ void shutDown(Process &process) {
 
 int main() {
     prepareStandardStreams();
+    installStopSignals();
     Process process;
     int status = 0;
     try {
         startUp(process);
         runPump(process);
-    } catch (...) {  // each step has said what failed
+    } catch (...) {  // only a start throws, and its steps have said what failed
         syslog(LOG_ERR, "Start-up failed");
         status = 1;
     }
