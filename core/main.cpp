@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include <malloc.h>
 #include <pthread.h>
 #include <sched.h>
 #include <srt/srt.h>
@@ -79,6 +80,13 @@ void installStopSignals() {
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         sigaction(number, &action, nullptr);
     }
+}
+
+// libsrt's buffers are large and live as long as a connection. glibc would take the
+// first one that is freed as a reason to keep all later ones; this way each goes back
+// to the system, and a unit that many clients have visited is as small as a new one.
+void giveLargeMemoryBack() {
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
 }
 
 bool isEncoder(const char *product) {
@@ -155,6 +163,7 @@ void shutDown(Process &process) {
 
 int main() {
     prepareStandardStreams();
+    giveLargeMemoryBack();
     installStopSignals();
     Process process;
     int status = 0;
