@@ -3,8 +3,6 @@
 #include <cstdio>
 #include <exception>
 
-#include <json/writer.h>
-
 #include "config/config_file.h"
 #include "config/json_text.h"
 
@@ -61,9 +59,6 @@ std::string ConfigStore::uriString(std::size_t slot) {
 }
 
 std::string ConfigStore::urisJson() {
-    Json::StreamWriterBuilder compact;
-    compact["commentStyle"] = "None";
-    compact["indentation"] = "";
     Json::Value list(Json::arrayValue);
     {
         const MutexLock lock(mutex);
@@ -77,7 +72,7 @@ std::string ConfigStore::urisJson() {
     }
     Json::Value document;
     document["uris"] = std::move(list);
-    return Json::writeString(compact, document);
+    return compactJson(document);
 }
 
 int ConfigStore::applyDocument(const std::string &text) {
