@@ -21,6 +21,38 @@ std::string_view header(const mg_http_message &request, std::string_view name) {
     return {};
 }
 
+std::string entityTag(const OpenFile &file) {
+    std::string tag("\"");
+    return tag.append(std::to_string(file.mtime))
+        .append(".")
+        .append(std::to_string(file.size))
+        .append("\"");
+}
+
+// What of a file goes out, and how the reply says so.
+struct Portion {
+    const char *status;
+    std::uint64_t offset;
+    std::uint64_t length;
+    std::string header;  // a line, or nothing
+};
+
+Portion choosePortion(std::string_view range_header, std::uint64_t size) {
+    const ByteRange range = parseByteRange(range_header, size);
+    const std::string total = std::to_string(size);
+    switch (range.kind) {
+    case ByteRange::Kind::Part:
+        return {"206 Partial Content", range.first, range.last - range.first + 1,
+                "Content-Range: bytes " + std::to_string(range.first) + "-" +
+                    std::to_string(range.last) + "/" + total + "\r\n"};
+    case ByteRange::Kind::Unsatisfiable:
+        return {"416 Requested Range Not Satisfiable", 0, 0,
+                "Content-Range: bytes */" + total + "\r\n"};
+    default:
+        return {"200 OK", 0, size, ""};
+    }
+}
+
 // Everything that answering one request takes.
 struct Serving {
     HttpConnection &connection;
@@ -102,33 +134,19 @@ void Serving::sendPath() {
 }
 
 void Serving::sendOpenFile(std::unique_ptr<OpenFile> file, const char *encoding) {
-    const std::string size = std::to_string(file->size);
-    const std::string etag = std::to_string(file->mtime).insert(0, "\"") + "." + size + "\"";
+    const std::string etag = entityTag(*file);
     if (header(request, "If-None-Match") == etag)
         return mg_http_reply(&connection, 304, "", "");
 
-    const ByteRange range = parseByteRange(header(request, "Range"), file->size);
-    const char *status = "200 OK";
-    std::string content_range;
-    std::uint64_t length = file->size;
-    if (range.kind == ByteRange::Kind::Part) {
-        status = "206 Partial Content";
-        length = range.last - range.first + 1;
-        content_range = "Content-Range: bytes " + std::to_string(range.first) + "-" +
-                        std::to_string(range.last) + "/" + size + "\r\n";
-    } else if (range.kind == ByteRange::Kind::Unsatisfiable) {
-        status = "416 Requested Range Not Satisfiable";
-        length = 0;
-        content_range = "Content-Range: bytes */" + size + "\r\n";
-    }
+    const Portion portion = choosePortion(header(request, "Range"), file->size);
     mg_printf(&connection,
               "HTTP/1.1 %s\r\nContent-Type: %s\r\nEtag: %s\r\nContent-Length: %llu\r\n%s%s\r\n",
-              status, contentType(path), etag.c_str(), static_cast<unsigned long long>(length),
-              content_range.c_str(), encoding);
-    if (length == 0 || equalsIgnoringCase(view(request.method), "HEAD"))
+              portion.status, contentType(path), etag.c_str(),
+              static_cast<unsigned long long>(portion.length), portion.header.c_str(), encoding);
+    if (portion.length == 0 || equalsIgnoringCase(view(request.method), "HEAD"))
         connection.is_resp = 0;
     else
-        connection.sendFile(std::move(file), range.first, length);
+        connection.sendFile(std::move(file), portion.offset, portion.length);
 }
 
 }  // namespace
