@@ -103,7 +103,7 @@ TEST(ServeDir, AnswersFromThePackedTree) {
                 notFound("GET /nore"),
                 notFound("GET /web_root/index.html"),
                 notFound("GET /api/%00"),
-                notFound("GET ?"),
+                moved("GET ?", "/"),
                 refused("GET /../x", "Invalid path"),
                 refused("GET /%2e%2e/x", "Invalid path"),
                 refused("GET /a/..b", "Invalid path"),
