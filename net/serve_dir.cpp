@@ -79,8 +79,7 @@ void Serving::answer(std::string_view root) {
     if (check == PathCheck::Invalid) {
         return mg_http_reply(&connection, 400, "", "Invalid path");
     }
-    // The root of the packed tree is a directory that nothing in its table names.
-    const PathKind kind = view(request.uri) == "/" ? PathKind::Directory : files.kind(path);
+    const PathKind kind = files.kind(path);
     if (kind == PathKind::Absent) {
         return notFound();
     }
