@@ -15,12 +15,14 @@ std::optional<std::string> decodeUri(std::string_view uri) {
         if (byte == '%') {
             const std::string_view digits = uri.substr(1, 2);
             const auto [end, error] = std::from_chars(digits.begin(), digits.end(), byte, 16);
-            if (error != std::errc() || end != digits.begin() + 2)
+            if (error != std::errc() || end != digits.begin() + 2) {
                 return std::nullopt;
+            }
             length = 3;
         }
-        if (byte == '\0')
+        if (byte == '\0') {
             break;
+        }
         decoded += static_cast<char>(byte);
         uri.remove_prefix(length);
     }
@@ -31,8 +33,9 @@ std::optional<std::string> decodeUri(std::string_view uri) {
 bool climbs(std::string_view path) {
     for (std::size_t at = path.find(".."); at != std::string_view::npos;
          at = path.find("..", at + 1)) {
-        if (at == 0 || path[at - 1] == '/' || path[at - 1] == '\\')
+        if (at == 0 || path[at - 1] == '/' || path[at - 1] == '\\') {
             return true;
+        }
     }
     return false;
 }
@@ -41,18 +44,23 @@ bool climbs(std::string_view path) {
 
 PathCheck assetPath(std::string_view root, std::string_view uri, std::string &path) {
     const auto decoded = decodeUri(uri.substr(std::min<std::size_t>(uri.size(), 1)));
-    if (!decoded)
+    if (!decoded) {
         return PathCheck::Invalid;
+    }
     path = root;
-    if (!path.ends_with('/'))
+    if (!path.ends_with('/')) {
         path += '/';
+    }
     path += *decoded;
-    if (path.size() >= PATH_MAX)
+    if (path.size() >= PATH_MAX) {
         return PathCheck::TooLong;
-    if (climbs(path))
+    }
+    if (climbs(path)) {
         return PathCheck::Invalid;
-    while (path.size() > 1 && path.ends_with('/'))
+    }
+    while (path.size() > 1 && path.ends_with('/')) {
         path.pop_back();
+    }
     return PathCheck::Ok;
 }
 

@@ -16,8 +16,9 @@ Connection::Connection(Loop &event_loop, mg_event_handler_t handler, void *handl
 }
 
 void Connection::emit(int event, void *event_data) {
-    if (fn != nullptr)
+    if (fn != nullptr) {
         fn(this, event, event_data);
+    }
 }
 
 }  // namespace net

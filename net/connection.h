@@ -65,8 +65,9 @@ protected:
 template <class Socket>
 void await(Socket &socket, typename Socket::wait_type what,
            const std::shared_ptr<Readiness> &readiness) {
-    if (readiness->awaited)
+    if (readiness->awaited) {
         return;
+    }
     socket.async_wait(what, [readiness](const boost::system::error_code &) {
         *readiness = {.awaited = false, .ready = true};
     });

@@ -46,8 +46,9 @@ const char *contentType(std::string_view path) {
     const std::size_t dot = path.rfind('.');
     if (dot != std::string_view::npos) {
         for (const auto &[extension, type] : kTypes) {
-            if (extension == path.substr(dot + 1))
+            if (extension == path.substr(dot + 1)) {
                 return type;
+            }
         }
     }
     return "text/plain; charset=utf-8";

@@ -13,8 +13,9 @@ public:
     Descriptor(Descriptor &&other) noexcept : fd(other.release()) {}
     Descriptor &operator=(Descriptor &&) = delete;
     ~Descriptor() {
-        if (fd >= 0)
+        if (fd >= 0) {
             close(fd);
+        }
     }
 
     int number() const { return fd; }  // -1: none

@@ -35,8 +35,9 @@ std::string encodeUri(std::string_view text) {
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
         char code[4] = {c, '\0'};
-        if (byte >= 0x80 || (std::isalnum(byte) == 0 && std::strchr("._-~", c) == nullptr))
+        if (byte >= 0x80 || (std::isalnum(byte) == 0 && std::strchr("._-~", c) == nullptr)) {
             std::snprintf(code, sizeof(code), "%%%02x", byte);
+        }
         out += code;
     }
     return out;
@@ -66,8 +67,9 @@ std::string directoryListing(std::string_view title, const std::vector<Directory
                        "</thead>\n<tbody id=\"tb\">\n"
                        "  <tr><td><a href=\"..\">..</a></td><td name=-1></td>"
                        "<td name=-1>[DIR]</td></tr>\n";
-    for (const DirectoryEntry &entry : entries)
+    for (const DirectoryEntry &entry : entries) {
         page += row(entry);
+    }
     return page + "</tbody></table></body></html>\n";
 }
 

@@ -31,17 +31,20 @@ std::unique_ptr<OpenFile> openPacked(const std::string &path) {
 // What `name` is below `directory`, empty if it is not there.
 std::string_view below(std::string_view name, std::string_view directory) {
     if (!name.starts_with(directory) || name.size() == directory.size() ||
-        name[directory.size()] != '/')
+        name[directory.size()] != '/') {
         return {};
+    }
     return name.substr(directory.size() + 1);
 }
 
 PathKind kindOfPacked(const std::string &path) {
-    if (mg_unpack(path.c_str(), nullptr, nullptr) != nullptr)
+    if (mg_unpack(path.c_str(), nullptr, nullptr) != nullptr) {
         return PathKind::File;
+    }
     for (std::size_t no = 0; const char *name = mg_unlist(no); ++no) {
-        if (!below(name, path).empty())
+        if (!below(name, path).empty()) {
             return PathKind::Directory;
+        }
     }
     return PathKind::Absent;
 }
@@ -51,15 +54,17 @@ std::vector<DirectoryEntry> listPacked(const std::string &path) {
     for (std::size_t no = 0; const char *name = mg_unlist(no); ++no) {
         const std::string_view rest = below(name, path);
         const std::string child(rest.substr(0, rest.find('/')));
-        if (child.empty())
+        if (child.empty()) {
             continue;
+        }
         const auto file = openPacked(path + "/" + child);
         found[child] = {child, file ? PathKind::File : PathKind::Directory, file ? file->size : 0,
                         file ? file->mtime : 0};
     }
     std::vector<DirectoryEntry> entries;
-    for (auto &[child, entry] : found)
+    for (auto &[child, entry] : found) {
         entries.push_back(std::move(entry));
+    }
     return entries;
 }
 

@@ -43,8 +43,9 @@ std::unique_ptr<OpenFile> openOnDisk(const std::string &path) {
     // A FIFO would hold the thread until somebody writes to it: O_NONBLOCK.
     Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
-    if (file.number() < 0 || fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode))
+    if (file.number() < 0 || fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return nullptr;
+    }
     return std::make_unique<DiskFile>(std::move(file), status);
 }
 
@@ -54,9 +55,10 @@ std::vector<DirectoryEntry> listOnDisk(const std::string &path) {
     for (std::filesystem::directory_iterator at(path, error), end; !error && at != end;
          at.increment(error)) {
         struct stat status {};
-        if (stat(at->path().c_str(), &status) == 0)
+        if (stat(at->path().c_str(), &status) == 0) {
             entries.push_back({at->path().filename(), kindOf(status),
                                static_cast<std::uint64_t>(status.st_size), status.st_mtime});
+        }
     }
     std::sort(entries.begin(), entries.end(),
               [](const auto &a, const auto &b) { return a.name < b.name; });

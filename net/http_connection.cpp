@@ -21,8 +21,9 @@ constexpr std::size_t kKeptCapacity = std::size_t{4} * 1024;
 
 void clearAndShrink(std::string &buffer) {
     buffer.clear();
-    if (buffer.capacity() > kKeptCapacity)
+    if (buffer.capacity() > kKeptCapacity) {
         buffer.shrink_to_fit();
+    }
 }
 
 }  // namespace
@@ -47,22 +48,30 @@ void HttpConnection::sendFile(std::unique_ptr<OpenFile> opened, std::uint64_t of
 }
 
 void HttpConnection::work() {
-    if (readable->ready)
+    if (readable->ready) {
         receive();
-    if (!is_closing)
+    }
+    if (!is_closing) {
         handleInput();
-    if (!is_closing)
+    }
+    if (!is_closing) {
         flush();
-    if (!is_closing && is_draining && !isSending())
+    }
+    if (!is_closing && is_draining && !isSending()) {
         drained();
-    if (is_closing)
+    }
+    if (is_closing) {
         return;
-    if (input.empty())
+    }
+    if (input.empty()) {
         clearAndShrink(input);
-    if (!eof && input.size() < kInputLimit)
+    }
+    if (!eof && input.size() < kInputLimit) {
         await(socket, socket_t::wait_read, readable);
-    if (isSending())
+    }
+    if (isSending()) {
         await(socket, socket_t::wait_write, writable);
+    }
 }
 
 std::uint64_t HttpConnection::wakeAt() const {
@@ -76,34 +85,40 @@ void HttpConnection::receive() {
     std::array<char, kReadStep> bytes;
     boost::system::error_code error;
     const std::size_t count = socket.read_some(boost::asio::buffer(bytes), error);
-    if (error == boost::asio::error::would_block || error == boost::asio::error::interrupted)
+    if (error == boost::asio::error::would_block || error == boost::asio::error::interrupted) {
         return;
-    if (error == boost::asio::error::eof)
+    }
+    if (error == boost::asio::error::eof) {
         eof = true;
-    else if (error)
+    } else if (error) {
         return broken("socket error");
+    }
     input.append(bytes.data(), count);
     input_pending = true;
 }
 
 void HttpConnection::flush() {
-    if (!isSending() || writable->awaited || is_connecting)
+    if (!isSending() || writable->awaited || is_connecting) {
         return;
+    }
     std::string_view piece;
     if (file != nullptr) {
         piece = file->read(file_offset,
                            static_cast<std::size_t>(std::min<std::uint64_t>(file_left, kFileStep)));
-        if (piece.empty())  // shorter than when it was opened: the length is a broken promise
+        if (piece.empty()) {  // shorter than when it was opened: the length is a broken promise
             return broken("file cut while it was sent");
+        }
     }
     const std::array<boost::asio::const_buffer, 2> buffers{
         boost::asio::buffer(out) + out_sent, boost::asio::buffer(piece.data(), piece.size())};
     boost::system::error_code error;
     const std::size_t count = socket.write_some(buffers, error);
-    if (!error)
+    if (!error) {
         sent(count);
-    else if (error != boost::asio::error::would_block && error != boost::asio::error::interrupted)
+    } else if (error != boost::asio::error::would_block &&
+               error != boost::asio::error::interrupted) {
         broken("socket error");
+    }
 }
 
 void HttpConnection::sent(std::size_t bytes) {

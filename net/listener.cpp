@@ -45,8 +45,9 @@ Listener::Listener(Loop &event_loop, mg_event_handler_t handler, void *handler_d
 // Returns an errno, 0 for success.
 int Listener::bindTo(const char *url) {
     auto address = socketAddress(url);
-    if (!address)
+    if (!address) {
         return EINVAL;
+    }
     Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     const int on = 1;
     socklen_t length = sizeof(*address);
@@ -54,8 +55,9 @@ int Listener::bindTo(const char *url) {
     if (socket.number() < 0 ||
         setsockopt(socket.number(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) != 0 ||
         bind(socket.number(), generic, length) != 0 || listen(socket.number(), kBacklog) != 0 ||
-        getsockname(socket.number(), generic, &length) != 0)
+        getsockname(socket.number(), generic, &length) != 0) {
         return errno;
+    }
     std::memcpy(loc.ip, &address->sin_addr, sizeof(address->sin_addr));
     loc.port = address->sin_port;
     acceptor.assign(boost::asio::ip::tcp::v4(), socket.release());
@@ -63,15 +65,18 @@ int Listener::bindTo(const char *url) {
 }
 
 void Listener::work() {
-    if (paused_until != 0 ? mg_millis() < paused_until : !clients->ready)
+    if (paused_until != 0 ? mg_millis() < paused_until : !clients->ready) {
         return;
+    }
     paused_until = 0;
     clients->ready = false;
     try {
-        for (int taken = 0; taken < kAcceptsPerRound && acceptOne();)
+        for (int taken = 0; taken < kAcceptsPerRound && acceptOne();) {
             ++taken;
-        if (paused_until == 0)
+        }
+        if (paused_until == 0) {
             await(acceptor, acceptor_t::wait_read, clients);
+        }
     } catch (const std::exception &error) {
         pause(error.what());
     }
@@ -81,10 +86,11 @@ void Listener::work() {
 bool Listener::acceptOne() {
     const int descriptor =
         accept4(acceptor.native_handle(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    if (descriptor >= 0)
+    if (descriptor >= 0) {
         takeIn(Descriptor(descriptor));
-    else if (errno != EAGAIN && errno != ECONNABORTED && errno != EINTR)
+    } else if (errno != EAGAIN && errno != ECONNABORTED && errno != EINTR) {
         pause(std::strerror(errno));
+    }
     return descriptor >= 0;
 }
 

@@ -22,8 +22,9 @@ Loop::~Loop() {
 
 void Loop::poll(int ms) {
     waitForWork(ms);
-    for (const auto &connection : connections)  // new ones go to the front: next round
+    for (const auto &connection : connections) {  // new ones go to the front: next round
         visit(*connection);
+    }
     removeClosed();
 }
 
@@ -32,15 +33,17 @@ void Loop::waitForWork(int ms) {
     const std::uint64_t now = mg_millis();
     const std::uint64_t limit = wake > now ? wake - now : 0;
     const auto wait = std::min(limit, static_cast<std::uint64_t>(std::max(ms, 0)));
-    if (wait > 0)
+    if (wait > 0) {
         io.run_one_for(std::chrono::milliseconds(wait));
+    }
     io.poll();
 }
 
 std::uint64_t Loop::nextWake() const {
     std::uint64_t earliest = kNever;
-    for (const auto &connection : connections)
+    for (const auto &connection : connections) {
         earliest = std::min(earliest, connection->is_closing ? 0 : connection->wakeAt());
+    }
     return earliest;
 }
 
@@ -48,8 +51,9 @@ void Loop::visit(Connection &connection) {
     try {
         std::uint64_t now = mg_millis();
         connection.emit(MG_EV_POLL, &now);
-        if (!connection.is_closing)
+        if (!connection.is_closing) {
             connection.work();
+        }
     } catch (const std::exception &error) {
         logError("connection closed", error.what());
         connection.is_closing = 1;
@@ -89,22 +93,26 @@ void Loop::makeRoomForClient() {
     Connection *longest_idle = nullptr;
     const auto rank = [](const Connection &c) { return std::tuple(c.isBusy(), c.last_request); };
     for (const auto &connection : connections) {
-        if (!connection->isReplaceable() || connection->is_closing)
+        if (!connection->isReplaceable() || connection->is_closing) {
             continue;
+        }
         ++clients;
-        if (longest_idle == nullptr || rank(*connection) <= rank(*longest_idle))
+        if (longest_idle == nullptr || rank(*connection) <= rank(*longest_idle)) {
             longest_idle = connection.get();
+        }
     }
-    if (clients < kMaxClients)
+    if (clients < kMaxClients) {
         return;
+    }
     longest_idle->closeSocket();
     longest_idle->is_closing = 1;
 }
 
 std::size_t Loop::held() const {
     std::size_t sum = 0;
-    for (const auto &connection : connections)
+    for (const auto &connection : connections) {
         sum += connection->held();
+    }
     return sum;
 }
 

@@ -24,10 +24,12 @@ void makeLoop(mg_mgr *manager) {
 // A connection of the wanted kind in the manager's list, or null.
 template <class Kind>
 mg_connection *open(mg_mgr *manager, const char *url, mg_event_handler_t fn, void *fn_data) {
-    if (manager->loop == nullptr)
+    if (manager->loop == nullptr) {
         makeLoop(manager);
-    if (manager->loop == nullptr)
+    }
+    if (manager->loop == nullptr) {
         return nullptr;
+    }
     try {
         return Kind::open(*manager->loop, url, fn, fn_data);
     } catch (const std::exception &error) {
@@ -45,10 +47,11 @@ void mg_mgr_init(struct mg_mgr *mgr) {
 }
 
 void mg_mgr_poll(struct mg_mgr *mgr, int ms) {
-    if (mgr->loop != nullptr)
+    if (mgr->loop != nullptr) {
         mgr->loop->poll(ms);
-    else
+    } else {
         std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+    }
 }
 
 void mg_mgr_free(struct mg_mgr *mgr) {

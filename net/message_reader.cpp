@@ -19,10 +19,12 @@ struct mg_str bytes(boost::beast::string_view text) {
 }
 
 MessageReader::Result verdict(const boost::beast::error_code &error) {
-    if (error == http::error::header_limit)
+    if (error == http::error::header_limit) {
         return MessageReader::Result::HeadTooLong;
-    if (error == http::error::body_limit)
+    }
+    if (error == http::error::body_limit) {
         return MessageReader::Result::BodyTooLong;
+    }
     return MessageReader::Result::Malformed;
 }
 
@@ -31,8 +33,9 @@ void describeRequest(const http::request<http::string_body> &request, mg_http_me
     const std::size_t question = std::min(target.find('?'), target.size());
     out.method = bytes(request.method_string());
     out.uri = bytes(target.substr(0, question));
-    if (question < target.size())
+    if (question < target.size()) {
         out.query = bytes(target.substr(question + 1));
+    }
     out.proto = mg_str(request.version() == 10 ? "HTTP/1.0" : "HTTP/1.1");
 }
 
@@ -48,26 +51,31 @@ public:
             const bool in_head = !parser->is_header_done();
             const std::size_t used = parser->put(boost::asio::buffer(input) + taken, error);
             taken += used;
-            if (in_head)
+            if (in_head) {
                 head_bytes += used;
+            }
         }
         input.erase(0, taken);
         // The parser's own limit counts the first line apart from the fields, and it knows
         // none for the lines between chunks.
-        if (head_bytes >= kHeadLimit)
+        if (head_bytes >= kHeadLimit) {
             return Result::HeadTooLong;
-        if (parser->is_done())
+        }
+        if (parser->is_done()) {
             return Result::Complete;
-        if (error && error != http::error::need_more)
+        }
+        if (error && error != http::error::need_more) {
             return verdict(error);
+        }
         const std::size_t head_so_far = parser->is_header_done() ? 0 : head_bytes;
         return head_so_far + input.size() >= kHeadLimit ? Result::HeadTooLong : Result::NeedMore;
     }
 
     Result finish() override {
         boost::beast::error_code error;
-        if (started())  // put_eof() aborts otherwise
+        if (started()) {  // put_eof() aborts otherwise
             parser->put_eof(error);
+        }
         return started() && !error ? Result::Complete : Result::Malformed;
     }
 
@@ -76,12 +84,14 @@ public:
     mg_http_message message() const override {
         const auto &read = parser->get();
         mg_http_message out{};
-        if constexpr (isRequest)
+        if constexpr (isRequest) {
             describeRequest(read, out);
+        }
         std::size_t count = 0;
         for (const auto &field : read) {
-            if (count == MG_MAX_HTTP_HEADERS)
+            if (count == MG_MAX_HTTP_HEADERS) {
                 break;
+            }
             out.headers[count++] = {bytes(field.name_string()), bytes(field.value())};
         }
         out.body = toMgStr(read.body());

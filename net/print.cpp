@@ -21,8 +21,9 @@ struct Conversion {
 
 Conversion readConversion(const char *&at, va_list *args) {
     Conversion conversion;
-    while (*at != '\0' && std::strchr("#-+ 0123456789", *at) != nullptr)
+    while (*at != '\0' && std::strchr("#-+ 0123456789", *at) != nullptr) {
         conversion.flags += *at++;
+    }
     if (*at == '.') {
         ++at;
         if (*at == '*') {
@@ -30,21 +31,25 @@ Conversion readConversion(const char *&at, va_list *args) {
             ++at;
         } else {
             conversion.precision = 0;
-            while (*at >= '0' && *at <= '9')
+            while (*at >= '0' && *at <= '9') {
                 conversion.precision = conversion.precision * 10 + (*at++ - '0');
+            }
         }
     }
-    for (; *at == 'l'; ++at)
+    for (; *at == 'l'; ++at) {
         ++conversion.longs;
+    }
     conversion.letter = *at;
-    if (*at != '\0')
+    if (*at != '\0') {
         ++at;
+    }
     return conversion;
 }
 
 void appendText(std::string &out, const char *text, int precision) {
-    if (text == nullptr)
+    if (text == nullptr) {
         return;
+    }
     out.append(text, precision < 0 ? std::strlen(text)
                                    : strnlen(text, static_cast<std::size_t>(precision)));
 }
@@ -52,12 +57,13 @@ void appendText(std::string &out, const char *text, int precision) {
 void appendNumber(std::string &out, const Conversion &conversion, va_list *args) {
     const bool is_signed = conversion.letter == 'd';
     long long value = 0;
-    if (conversion.longs > 1)
+    if (conversion.longs > 1) {
         value = va_arg(*args, long long);
-    else if (conversion.longs == 1)
+    } else if (conversion.longs == 1) {
         value = va_arg(*args, long);
-    else
+    } else {
         value = is_signed ? va_arg(*args, int) : static_cast<long long>(va_arg(*args, unsigned));
+    }
     const std::string spec = "%" + conversion.flags + "ll" + conversion.letter;
     char digits[64];
     const int length = std::snprintf(digits, sizeof(digits), spec.c_str(), value);

@@ -15,8 +15,9 @@ namespace {
 
 std::string_view header(const mg_http_message &request, std::string_view name) {
     for (const mg_http_header &field : request.headers) {
-        if (equalsIgnoringCase(view(field.name), name))
+        if (equalsIgnoringCase(view(field.name), name)) {
             return view(field.value);
+        }
     }
     return {};
 }
@@ -39,18 +40,17 @@ struct Portion {
 
 Portion choosePortion(std::string_view range_header, std::uint64_t size) {
     const ByteRange range = parseByteRange(range_header, size);
-    const std::string total = std::to_string(size);
-    switch (range.kind) {
-    case ByteRange::Kind::Part:
-        return {"206 Partial Content", range.first, range.last - range.first + 1,
-                "Content-Range: bytes " + std::to_string(range.first) + "-" +
-                    std::to_string(range.last) + "/" + total + "\r\n"};
-    case ByteRange::Kind::Unsatisfiable:
-        return {"416 Requested Range Not Satisfiable", 0, 0,
-                "Content-Range: bytes */" + total + "\r\n"};
-    default:
+    if (range.kind == ByteRange::Kind::Whole) {
         return {"200 OK", 0, size, ""};
     }
+    std::string line("Content-Range: bytes ");
+    if (range.kind == ByteRange::Kind::Unsatisfiable) {
+        line.append("*/").append(std::to_string(size)).append("\r\n");
+        return {"416 Requested Range Not Satisfiable", 0, 0, line};
+    }
+    line.append(std::to_string(range.first)).append("-").append(std::to_string(range.last));
+    line.append("/").append(std::to_string(size)).append("\r\n");
+    return {"206 Partial Content", range.first, range.last - range.first + 1, line};
 }
 
 // Everything that answering one request takes.
@@ -73,18 +73,22 @@ private:
 
 void Serving::answer(std::string_view root) {
     const PathCheck check = assetPath(root, view(request.uri), path);
-    if (check == PathCheck::TooLong)
+    if (check == PathCheck::TooLong) {
         return mg_http_reply(&connection, 400, "", "Exceeded path size");
-    if (check == PathCheck::Invalid)
+    }
+    if (check == PathCheck::Invalid) {
         return mg_http_reply(&connection, 400, "", "Invalid path");
-    // The root of the packed tree is a directory that nothing in its table names.
-    const PathKind kind = view(request.uri) == "/" ? PathKind::Directory : files.kind(path);
-    if (kind == PathKind::Absent)
+    }
+    const PathKind kind = files.kind(path);
+    if (kind == PathKind::Absent) {
         return notFound();
-    if (kind == PathKind::File)
+    }
+    if (kind == PathKind::File) {
         return sendPath();
-    if (!view(request.uri).ends_with('/'))
+    }
+    if (!view(request.uri).ends_with('/')) {
         return redirectToSlash();
+    }
     answerDirectory();
 }
 
@@ -102,12 +106,14 @@ void Serving::answerDirectory() {
     const std::string directory = path;
     for (const char *index : {"index.html", "index.shtml"}) {
         path = directory + "/" + index;
-        if (files.kind(path) == PathKind::File)
+        if (files.kind(path) == PathKind::File) {
             return sendPath();
+        }
     }
     path = directory + "/index.html";
-    if (files.kind(path + ".gz") == PathKind::File)
+    if (files.kind(path + ".gz") == PathKind::File) {
         return sendPath();
+    }
     path = directory;
     sendListing();
 }
@@ -115,8 +121,9 @@ void Serving::answerDirectory() {
 void Serving::sendListing() {
     std::string decoded;
     assetPath("", view(request.uri), decoded);
-    if (decoded != "/")
+    if (decoded != "/") {
         decoded += '/';
+    }
     const std::string page = directoryListing(decoded, files.list(path));
     mg_http_reply(&connection, 200, "Content-Type: text/html; charset=utf-8\r\n", "%s",
                   page.c_str());
@@ -126,27 +133,31 @@ void Serving::sendPath() {
     const bool takes_gzip = header(request, "Accept-Encoding").find("gzip") != std::string::npos;
     std::unique_ptr<OpenFile> file = takes_gzip ? files.open(path + ".gz") : nullptr;
     const char *const encoding = file ? "Content-Encoding: gzip\r\n" : "";
-    if (!file)
+    if (!file) {
         file = files.open(path);
-    if (!file)
+    }
+    if (!file) {
         return notFound();
+    }
     sendOpenFile(std::move(file), encoding);
 }
 
 void Serving::sendOpenFile(std::unique_ptr<OpenFile> file, const char *encoding) {
     const std::string etag = entityTag(*file);
-    if (header(request, "If-None-Match") == etag)
+    if (header(request, "If-None-Match") == etag) {
         return mg_http_reply(&connection, 304, "", "");
+    }
 
     const Portion portion = choosePortion(header(request, "Range"), file->size);
     mg_printf(&connection,
               "HTTP/1.1 %s\r\nContent-Type: %s\r\nEtag: %s\r\nContent-Length: %llu\r\n%s%s\r\n",
               portion.status, contentType(path), etag.c_str(),
               static_cast<unsigned long long>(portion.length), portion.header.c_str(), encoding);
-    if (portion.length == 0 || equalsIgnoringCase(view(request.method), "HEAD"))
+    if (portion.length == 0 || equalsIgnoringCase(view(request.method), "HEAD")) {
         connection.is_resp = 0;
-    else
+    } else {
         connection.sendFile(std::move(file), portion.offset, portion.length);
+    }
 }
 
 }  // namespace

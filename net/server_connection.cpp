@@ -23,12 +23,13 @@ void ServerConnection::broken(const char *) {
 }
 
 void ServerConnection::handleInput() {
-    if (linger_until != 0)
+    if (linger_until != 0) {
         input.clear();
-    else if (is_resp && eof && !isSending())
+    } else if (is_resp && eof && !isSending()) {
         is_closing = 1;  // the handler gave no reply, and the client has gone
-    else if (input_pending && !is_resp && !is_draining && !isSending())
+    } else if (input_pending && !is_resp && !is_draining && !isSending()) {
         nextRequest();
+    }
 }
 
 void ServerConnection::nextRequest() {
@@ -37,10 +38,11 @@ void ServerConnection::nextRequest() {
     case MessageReader::Result::Complete:
         return deliver();
     case MessageReader::Result::NeedMore:
-        if (eof)
+        if (eof) {
             is_draining = 1;
-        else if (held() > kHeadLimit && loop.held() > kMaxHeld)
+        } else if (held() > kHeadLimit && loop.held() > kMaxHeld) {
             refuse(503);
+        }
         return;
     case MessageReader::Result::Malformed:
         return refuse(400);
@@ -57,11 +59,13 @@ void ServerConnection::deliver() {
     last_request = mg_millis();
     is_resp = 1;
     emit(MG_EV_HTTP_MSG, &request);
-    if (equalsIgnoringCase(view(request.method), "HEAD"))
+    if (equalsIgnoringCase(view(request.method), "HEAD")) {
         dropBody();
+    }
     const bool replied = !is_resp || isSending();
-    if (replied && !keep_alive)
+    if (replied && !keep_alive) {
         is_draining = 1;
+    }
     reader->reset();
     input_pending = !input.empty() || eof;
 }
@@ -69,8 +73,9 @@ void ServerConnection::deliver() {
 // The one reply that is queued keeps its head alone.
 void ServerConnection::dropBody() {
     const std::size_t head_end = out.find("\r\n\r\n");
-    if (head_end != std::string::npos)
+    if (head_end != std::string::npos) {
         out.resize(head_end + 4);
+    }
 }
 
 void ServerConnection::refuse(int status) {

@@ -17,17 +17,20 @@ bool equalsIgnoringCase(std::string_view a, std::string_view b) {
 }
 
 static bool matches(std::string_view text, std::string_view pattern) {
-    if (pattern.empty())
+    if (pattern.empty()) {
         return text.empty();
+    }
     const char first = pattern.front();
     const std::string_view rest = pattern.substr(1);
     if (first == '*' || first == '#') {
         std::size_t longest = text.size();
-        if (first == '*')
+        if (first == '*') {
             longest = std::min(longest, text.find('/'));
+        }
         for (std::size_t run = 0; run <= longest; ++run) {
-            if (matches(text.substr(run), rest))
+            if (matches(text.substr(run), rest)) {
                 return true;
+            }
         }
         return false;
     }

@@ -16,8 +16,9 @@ constexpr std::uint16_t kHttpPort = 80;
 
 std::string_view authority(std::string_view url) {
     const std::size_t scheme = url.find("://");
-    if (scheme != std::string_view::npos)
+    if (scheme != std::string_view::npos) {
         url.remove_prefix(scheme + 3);
+    }
     url = url.substr(0, url.find('/'));
     const std::size_t user = url.rfind('@');
     return user == std::string_view::npos ? url : url.substr(user + 1);
@@ -32,13 +33,15 @@ std::size_t hostLength(std::string_view authority) {
 
 std::optional<std::uint16_t> port(std::string_view authority) {
     const std::size_t host = hostLength(authority);
-    if (host == authority.size())
+    if (host == authority.size()) {
         return kHttpPort;
+    }
     const std::string_view digits = authority.substr(host + 1);
     std::uint16_t number = 0;
     const auto [end, error] = std::from_chars(digits.begin(), digits.end(), number);
-    if (error != std::errc() || end != digits.end())
+    if (error != std::errc() || end != digits.end()) {
         return std::nullopt;
+    }
     return number;
 }
 
@@ -46,15 +49,18 @@ std::optional<std::uint16_t> port(std::string_view authority) {
 
 std::optional<sockaddr_in> socketAddress(const char *url) {
     std::string host(view(mg_url_host(url)));
-    if (host.empty())
+    if (host.empty()) {
         host = "0.0.0.0";
-    if (host == "localhost")
+    }
+    if (host == "localhost") {
         host = "127.0.0.1";
+    }
     const auto number = port(authority(url));
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    if (!number || inet_pton(AF_INET, host.c_str(), &address.sin_addr) != 1)
+    if (!number || inet_pton(AF_INET, host.c_str(), &address.sin_addr) != 1) {
         return std::nullopt;
+    }
     address.sin_port = htons(*number);
     return address;
 }

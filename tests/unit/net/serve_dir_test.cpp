@@ -5,8 +5,8 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
-#include "net/mongoose.h"
 #include "sim/wait_until.h"
 #include "tests/support/files.h"
 #include "tests/unit/net/http_peer.h"
@@ -14,197 +14,142 @@
 namespace {
 
 const std::string kPage = "<html>hello</html>\n";
-const std::string kHtml = "Content-Type: text/html; charset=utf-8\r\n";
-const std::string kPlain = "Content-Type: text/plain; charset=utf-8\r\n";
+const std::string kNotFound = "404 Not Found\r\nContent-Length: 10         ";
+const std::string kInvalid = "400 Bad Request\r\nContent-Length: 12         ";
+const std::string kNothing = "304 Not Modified\r\nContent-Length: 0          ";
 
-struct Row {
-    std::string request;  // request line without protocol, and headers
-    std::string head;     // without the empty line
-    std::string body;
-};
+// The head of a file's reply; `tag` is the Etag without its quotes, `more` further lines.
+std::string file(const char *status, const char *type, const char *tag, int length,
+                 const std::string &more = "") {
+    return std::string(status) + "\r\nContent-Type: " + type + "\r\nEtag: \"" + tag +
+           "\"\r\nContent-Length: " + std::to_string(length) + more;
+}
 
-void expectRows(const HttpServer &server, const std::vector<Row> &rows) {
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.request);
-        std::string request = row.request;
+const std::string kHtml = "text/html; charset=utf-8";
+const std::string kPageHead = file("200 OK", kHtml.c_str(), "1700000000.19", 19);
+
+std::string moved(const std::string &location) {
+    return "301 Moved\r\nLocation: " + location + "\r\nContent-Length: 0";
+}
+
+std::string part(int length, const std::string &from_to) {
+    return file("206 Partial Content", kHtml.c_str(), "1700000000.19", length,
+                "\r\nContent-Range: bytes " + from_to + "/19");
+}
+
+// Each request (a request line without its protocol, and headers) gets this very reply.
+void expect(const HttpServer &server, const std::string &head, const std::string &body,
+            const std::vector<std::string> &requests) {
+    for (std::string request : requests) {
+        SCOPED_TRACE(request);
         request.insert(std::min(request.find("\r\n"), request.size()), " HTTP/1.1");
         const Reply reply = ask(server, request + "\r\n\r\n");
-        EXPECT_EQ(reply.head, "HTTP/1.1 " + row.head + "\r\n\r\n");
-        EXPECT_EQ(reply.body, row.body);
+        EXPECT_EQ(reply.head, "HTTP/1.1 " + head + "\r\n\r\n");
+        EXPECT_EQ(reply.body, body);
     }
-}
-
-Row page(const std::string &request) {
-    return {request, "200 OK\r\n" + kHtml + "Etag: \"1700000000.19\"\r\nContent-Length: 19", kPage};
-}
-Row empty(const std::string &request) {
-    return {request, "200 OK\r\n" + kPlain + "Etag: \"1743698221.0\"\r\nContent-Length: 0", ""};
-}
-Row notFound(const std::string &request) {
-    return {request, "404 Not Found\r\nContent-Length: 10         ", "Not found\n"};
-}
-Row moved(const std::string &request, const std::string &location) {
-    return {request, "301 Moved\r\nLocation: " + location + "\r\nContent-Length: 0", ""};
-}
-Row refused(const std::string &request, const std::string &text) {
-    const std::string length = std::to_string(text.size());
-    return {request,
-            "400 Bad Request\r\nContent-Length: " + length + std::string(11 - length.size(), ' '),
-            text};
-}
-Row part(const std::string &range, const std::string &from_to, const std::string &body) {
-    return {"GET /index.html\r\nRange: " + range,
-            "206 Partial Content\r\n" + kHtml + "Etag: \"1700000000.19\"\r\nContent-Length: " +
-                std::to_string(body.size()) + "\r\nContent-Range: bytes " + from_to + "/19",
-            body};
-}
-Row outside(const std::string &range) {
-    return {"GET /index.html\r\nRange: " + range,
-            "416 Requested Range Not Satisfiable\r\n" + kHtml +
-                "Etag: \"1700000000.19\"\r\nContent-Length: 0\r\nContent-Range: bytes */19",
-            ""};
 }
 
 TEST(ServeDir, AnswersFromThePackedTree) {
     const HttpServer server;
-    expectRows(server,
-               {page("GET /"),
-                page("GET //"),
-                page("GET /?a=b"),
-                page("GET /index%2ehtml"),
-                page("GET /index.html/"),
-                page("DELETE /index.html"),
-                page("GET xindex.html"),
-                page("GET /index.html%00.png"),
-                page("GET /index.html\r\nAccept-Encoding: gzip"),
-                page("GET /index.html\r\nIf-None-Match: W/\"1700000000.19\""),
-                {"GET /index.html\r\nif-none-match:  \"1700000000.19\" ",
-                 "304 Not Modified\r\nContent-Length: 0          ", ""},
-                {"HEAD /index.html", page("").head, ""},
-                {"HEAD /nope", notFound("").head, ""},
-                empty("GET /static"),
-                empty("GET /static/"),
-                empty("HEAD /static//"),
-                {"GET /static/font.woff2",
-                 "200 OK\r\n" + kPlain + "Etag: \"1700000000.4\"\r\nContent-Length: 4", "font"},
-                {"GET /static/a.css",
-                 "200 OK\r\nContent-Type: text/css; charset=utf-8\r\nEtag: \"1700000000.5\"\r\n"
-                 "Content-Length: 5",
-                 "a { }"},
-                moved("GET /norec?q=1", "/norec/"),
-                moved("GET /nor%65c", "/nor%65c/"),
-                moved("HEAD /norec", "/norec/"),
-                moved("GET *", "*/"),
-                notFound("GET //index.html"),
-                notFound("GET /."),
-                notFound("GET /nope"),
-                notFound("GET /nope/"),
-                notFound("GET /INDEX.HTML"),
-                notFound("GET /nore"),
-                notFound("GET /web_root/index.html"),
-                notFound("GET /api/%00"),
-                notFound("GET ?"),
-                refused("GET /../x", "Invalid path"),
-                refused("GET /%2e%2e/x", "Invalid path"),
-                refused("GET /a/..b", "Invalid path"),
-                refused("GET /a%5c..%5cb", "Invalid path"),
-                refused("GET /a%zz", "Invalid path"),
-                refused("GET /a%4", "Invalid path"),
-                notFound("GET /a..b"),
-                notFound("GET /" + std::string(4085, 'a')),
-                refused("GET /" + std::string(4086, 'a'), "Exceeded path size"),
-                part("bytes=0-4", "0-4", "<html"),
-                part("bytes=5-", "5-18", kPage.substr(5)),
-                part("bytes= 18 - 18 ", "18-18", "\n"),
-                part("bytes=-5", "0-18", kPage),
-                part("bytes=5", "5-18", kPage.substr(5)),
-                part("bytes=0-1,3-4", "0-18", kPage),
-                part("bytes=0-x", "0-18", kPage),
-                outside("bytes=0-19"),
-                outside("bytes=19-"),
-                outside("bytes=2-1"),
-                outside("bytes=99999999999999999999999-"),
-                page("GET /index.html\r\nRange: lines=0-4"),
-                page("GET /index.html\r\nRange: bytes=x")});
-    const Reply listing = get(server, "/norec/");
-    EXPECT_NE(listing.body.find("<h1>Index of /norec/</h1>"), std::string::npos) << listing.body;
-    EXPECT_NE(listing.body.find(R"(<a href="sub/">sub/</a></td><td name=0>0</td><td name=-1>)"),
-              std::string::npos);
-    EXPECT_NE(get(server, "/norec/sub/").body.find(R"(<a href="y%3c%26.txt">y&lt;&amp;.txt</a>)"),
-              std::string::npos);
+    const std::string page = "GET /index.html\r\n";
+    expect(server, kPageHead, kPage,
+           {"GET /", "GET //", "GET /?a=b", "GET /index%2ehtml", "GET /index.html/",
+            "DELETE /index.html", "GET xindex.html", "GET /index.html%00.png",
+            page + "Accept-Encoding: gzip", page + "If-None-Match: W/\"1700000000.19\"",
+            page + "Range: lines=0-4", page + "Range: bytes=x"});
+    expect(server, kPageHead, "", {"HEAD /index.html"});
+    expect(server, kNothing, "", {page + "if-none-match:  \"1700000000.19\" "});
+    const char *const plain = "text/plain; charset=utf-8";
+    expect(server, file("200 OK", plain, "1743698221.0", 0), "",
+           {"GET /static", "GET /static/", "HEAD /static//"});
+    expect(server, file("200 OK", plain, "1700000000.4", 4), "font", {"GET /static/font.woff2"});
+    expect(server, file("200 OK", "text/css; charset=utf-8", "1700000000.5", 5), "a { }",
+           {"GET /static/a.css"});
+    expect(server, moved("/norec/"), "", {"GET /norec?q=1", "HEAD /norec"});
+    expect(server, moved("/nor%65c/"), "", {"GET /nor%65c"});
+    expect(server, kNotFound, "Not found\n",
+           {"GET //index.html", "GET /.", "GET /nope", "GET /nope/", "GET /INDEX.HTML", "GET /nore",
+            "GET /web_root/index.html", "GET /a..b", "GET /" + std::string(4085, 'a')});
+    expect(server, kNotFound, "", {"HEAD /nope"});
+    expect(
+        server, kInvalid, "Invalid path",
+        {"GET /../x", "GET /%2e%2e/x", "GET /a/..b", "GET /a%5c..%5cb", "GET /a%zz", "GET /a%4"});
+    expect(server, "400 Bad Request\r\nContent-Length: 18         ", "Exceeded path size",
+           {"GET /" + std::string(4086, 'a')});
+    expect(server, part(5, "0-4"), "<html", {page + "Range: bytes=0-4"});
+    expect(server, part(1, "18-18"), "\n",
+           {page + "Range: bytes= 18 - 18 ", page + "Range: bytes=18-", page + "Range: bytes=18"});
+    expect(server, part(19, "0-18"), kPage,
+           {page + "Range: bytes=-5", page + "Range: bytes=0-1,3-4", page + "Range: bytes=0-x"});
+    expect(server,
+           file("416 Requested Range Not Satisfiable", kHtml.c_str(), "1700000000.19", 0,
+                "\r\nContent-Range: bytes */19"),
+           "",
+           {page + "Range: bytes=0-19", page + "Range: bytes=19-", page + "Range: bytes=2-1",
+            page + "Range: bytes=99999999999999999999999-"});
+}
+
+TEST(ServeDir, ListsADirectoryWithItsNamesAsText) {
+    const HttpServer server;
+    const std::string outer = get(server, "/norec/").body;
+    const std::string inner = get(server, "/norec/sub/").body;
+    for (const auto &[page, text] :
+         {std::pair(outer, "<h1>Index of /norec/</h1>"),
+          std::pair(outer, R"(<a href="sub/">sub/</a></td><td name=0>0</td><td name=-1>[DIR])"),
+          std::pair(outer, R"(">x.txt</a></td><td name=1700000001>1700000001</td><td name=1>1)"),
+          std::pair(inner, R"(<a href="y%3c%26.txt">y&lt;&amp;.txt</a>)")}) {
+        EXPECT_NE(page.find(text), std::string::npos) << text << " in " << page;
+    }
 }
 
 TEST(ServeDir, AnswersFromTheDisk) {
     const std::filesystem::path root = "/tmp/web_root";
-    for (const char *directory : {"", "static", "packed_index", "gz_only"}) {
-        std::filesystem::create_directories(root / directory);
-    }
-    const auto put = [&](const char *name, const std::string &text) {
+    std::filesystem::create_directories(root / "static");
+    std::filesystem::create_directories(root / "zipped");
+    const timespec times[2] = {{1700000000, 0}, {1700000000, 0}};
+    for (const auto &[name, text] :
+         {std::pair("index.html", kPage.c_str()), std::pair("static/a.js", "plain"),
+          std::pair("static/a.js.gz", "z"), std::pair("zipped/index.html.gz", "zz")}) {
         writeFile(root / name, text);
-        const timespec times[2] = {{1700000000, 0}, {1700000000, 0}};
         ASSERT_EQ(utimensat(AT_FDCWD, (root / name).c_str(), times, 0), 0);
-    };
-    put("index.html", kPage);
-    put("static/a.js", "plain");
-    put("static/a.js.gz", "z");
-    put("gz_only/index.html.gz", "zz");
-    writeFile("/tmp/outside.html", kPage);
-    std::filesystem::create_symlink("/tmp/outside.html", root / "link.txt");
+    }
+    std::filesystem::create_symlink(root / "static/a.js", root / "link");
     ASSERT_EQ(mkfifo((root / "fifo").c_str(), 0600), 0);
 
     const HttpServer server(root, nullptr);
-    expectRows(
-        server,
-        {page("GET /"),
-         page("GET //index.html"),
-         page("GET /./index.html"),
-         moved("GET /static", "/static/"),
-         moved("GET /.", "/./"),
-         {"GET /static/a.js\r\nAccept-Encoding: br, gzip;q=0",
-          "200 OK\r\nContent-Type: text/javascript; charset=utf-8\r\nEtag: \"1700000000.1\"\r\n"
-          "Content-Length: 1\r\nContent-Encoding: gzip",
-          "z"},
-         {"GET /gz_only/\r\nAccept-Encoding: gzip",
-          "200 OK\r\n" + kHtml +
-              "Etag: \"1700000000.2\"\r\nContent-Length: 2\r\n"
-              "Content-Encoding: gzip",
-          "zz"},
-         notFound("GET /gz_only/"),
-         notFound("GET /nope"),
-         notFound("GET /fifo"),
-         notFound("GET /%ff"),
-         refused("GET /../outside.html", "Invalid path")});
-    EXPECT_EQ(get(server, "/link.txt").body, kPage);
+    expect(server, kPageHead, kPage, {"GET /", "GET //index.html", "GET /./index.html"});
+    expect(server, moved("/static/"), "", {"GET /static"});
+    expect(server, moved("/./"), "", {"GET /."});
+    const std::string zipped = "\r\nContent-Encoding: gzip";
+    expect(server, file("200 OK", "text/javascript; charset=utf-8", "1700000000.1", 1, zipped), "z",
+           {"GET /static/a.js\r\nAccept-Encoding: br, gzip;q=0"});
+    expect(server, file("200 OK", kHtml.c_str(), "1700000000.2", 2, zipped), "zz",
+           {"GET /zipped/\r\nAccept-Encoding: gzip"});
+    expect(server, kNotFound, "Not found\n",
+           {"GET /zipped/", "GET /nope", "GET /fifo", "GET /%ff"});
+    expect(server, kInvalid, "Invalid path", {"GET /../web_root/index.html"});
+    EXPECT_EQ(get(server, "/link").body, "plain");
     EXPECT_NE(get(server, "/static/").body.find("a.js.gz"), std::string::npos);
-    EXPECT_EQ(get(HttpServer("/tmp/none", nullptr), "/").status(), 200);  // an empty listing
+    expect(HttpServer("/tmp/none", nullptr), kNotFound, "Not found\n", {"GET /", "GET /a"});
 }
 
 TEST(ServeDir, SendsTheFileThatItMeasured) {
-    writeFile("/tmp/big.log", std::string(4000000, 'a'));
     const HttpServer server("/tmp", nullptr);
+    const std::string content(4000000, 'a');
     RawClient client(server.port);
-    client.send("GET /big.log HTTP/1.1\r\n\r\n");
-    ASSERT_TRUE(sim::waitUntil([&] { return server.calls == 1; }));
+    const auto startSending = [&](int calls) {
+        writeFile("/tmp/big.log", content);
+        client.send("GET /big.log HTTP/1.1\r\n\r\n");
+        return sim::waitUntil([&] { return server.calls == calls; });
+    };
+    ASSERT_TRUE(startSending(1));
     writeFile("/tmp/new.log", "b");
     std::filesystem::rename("/tmp/new.log", "/tmp/big.log");
-    EXPECT_EQ(client.reply().body, std::string(4000000, 'a'));
+    EXPECT_EQ(client.reply().body, content);
 
-    writeFile("/tmp/big.log", std::string(4000000, 'a'));
-    client.send("GET /big.log HTTP/1.1\r\n\r\n");
-    ASSERT_TRUE(sim::waitUntil([&] { return server.calls == 2; }));
+    ASSERT_TRUE(startSending(2));
     std::filesystem::resize_file("/tmp/big.log", 10);
-    EXPECT_LT(client.untilClosed().size(), 4000000U);  // cut, and seen to be cut
-}
-
-TEST(ServeDir, SendsALargeFileInStepsBetweenWhichOthersAreServed) {
-    const HttpServer server;
-    RawClient slow(server.port);
-    slow.send("GET /large.js HTTP/1.1\r\n\r\nGET /echo HTTP/1.1\r\n\r\n");
-    EXPECT_EQ(get(server, "/echo").status(), 200);
-    size_t size = 0;
-    const char *content = mg_unpack("/web_root/large.js", &size, nullptr);
-    EXPECT_EQ(slow.reply().body, std::string(content, size));
-    EXPECT_EQ(slow.reply().status(), 200);
+    EXPECT_LT(client.untilClosed().size(), content.size());  // cut, and seen to be cut
 }
 
 }  // namespace

@@ -30,10 +30,12 @@ std::set<int> openDescriptors() {
     return numbers;
 }
 
+// Always 0 under the sanitizers, whose allocators keep what has been freed.
 long residentBytes() {
-    long total = 0;
     long resident = 0;
-    std::ifstream("/proc/self/statm") >> total >> resident;
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    std::ifstream("/proc/self/statm") >> resident >> resident;
+#endif
     return resident * sysconf(_SC_PAGESIZE);
 }
 
@@ -58,7 +60,7 @@ TEST_F(Server, KeepsTheConnectionAndTheOrderOfPipelinedRequests) {
     EXPECT_EQ(client.reply().body, "5");
 }
 
-TEST_F(Server, TakesABodyThatComesByteByByte) {
+TEST_F(Server, TakesABodyThatComesByteByByteAndTheLongestOne) {
     for (const char byte : std::string("POST /echo HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n"
                                        "2\r\nab\r\n0\r\n\r\n")) {
         const int before = server.rounds;
@@ -66,12 +68,9 @@ TEST_F(Server, TakesABodyThatComesByteByByte) {
         ASSERT_TRUE(waitUntil([&] { return server.rounds > before; }));
     }
     EXPECT_EQ(client.reply().body, "ab");
-}
-
-TEST_F(Server, TakesTheLongestBody) {
-    const std::string body(3145728, 'x');
-    client.send("POST /echo HTTP/1.1\r\nContent-Length: 3145728\r\n\r\n" + body);
-    EXPECT_EQ(client.reply().body, body);
+    const std::string longest(3145728, 'x');
+    client.send("POST /echo HTTP/1.1\r\nContent-Length: 3145728\r\n\r\n" + longest);
+    EXPECT_EQ(client.reply().body, longest);
 }
 
 TEST_F(Server, RefusesPolitelyAlsoWhileTheClientStillSends) {
@@ -117,7 +116,7 @@ TEST_F(Server, StaysSilentAndOpenWhereTheHandlerDoes) {
     client.send("GET /silent HTTP/1.1\r\nConnection: close\r\n\r\nGET /echo HTTP/1.1\r\n\r\n");
     ASSERT_TRUE(waitUntil([&] { return server.calls == 1; }));
     EXPECT_EQ(get(server, "/echo").status(), 200);
-    EXPECT_EQ(server.open, 2);
+    ASSERT_TRUE(waitUntil([&] { return server.open == 2; }));  // `client` is still there
     EXPECT_EQ(server.calls, 2);
     client.finish();
     EXPECT_TRUE(client.closedByServer());
@@ -134,13 +133,7 @@ TEST_F(Server, FinishesRepliesToAClientThatHasSentItsLast) {
     EXPECT_EQ(server.calls, 2);
 }
 
-TEST_F(Server, SurvivesHandlersThatThrow) {
-    client.send("GET /throw HTTP/1.1\r\n\r\n");
-    EXPECT_TRUE(client.closedByServer());
-    EXPECT_EQ(get(server, "/echo").status(), 200);
-}
-
-TEST_F(Server, SurvivesClientsThatVanish) {
+TEST_F(Server, SurvivesClientsThatVanishAndHandlersThatThrow) {
     for (const char *request : {"", "GET", "GET / HTTP/1.1\r\nContent-Length: 9\r\n\r\nabc",
                                 "GET /large.js HTTP/1.1\r\n\r\n", "GET /big HTTP/1.1\r\n\r\n",
                                 "GET /silent HTTP/1.1\r\n\r\n"}) {
@@ -151,7 +144,8 @@ TEST_F(Server, SurvivesClientsThatVanish) {
         leaving.send(request);
         leaving.close();
     }
-    client.close();
+    client.send("GET /throw HTTP/1.1\r\n\r\n");
+    EXPECT_TRUE(client.closedByServer());
     EXPECT_TRUE(waitUntil([&] { return server.open == 1; }));
     EXPECT_EQ(get(server, "/echo").status(), 200);
 }
@@ -274,8 +268,6 @@ TEST(Listening, FailsQuietlyOnAPortInUseAndBindsAgainAtOnce) {
         HttpServer server;
         EXPECT_EQ(mg_http_listen(&manager, server.url().c_str(), nullptr, nullptr), nullptr);
         EXPECT_EQ(get(server, "/echo", "Connection: close\r\n").status(), 200);
-        const std::string url = server.url();
-        std::ignore = url;
     }
     for (const char *url : {"http://no.such.host:1", "http://127.0.0.1:70000", "http://:x", ""}) {
         EXPECT_EQ(mg_http_listen(&manager, url, nullptr, nullptr) != nullptr, *url == '\0') << url;
