@@ -69,7 +69,8 @@ AudioLevel decodeLevelWord(std::uint32_t word) {
 std::string levelsText(const std::array<std::int32_t, kAudioChannels> &levels) {
     std::string text;
     for (const std::int32_t level : levels) {
-        text += (text.empty() ? "[" : ",") + std::to_string(level);
+        text += text.empty() ? "[" : ",";
+        text += std::to_string(level);
     }
     return text + "]";
 }
