@@ -4,8 +4,6 @@
 #include <exception>
 #include <new>
 
-#include <json/writer.h>
-
 #include "config/config_file.h"
 #include "config/json_text.h"
 
@@ -66,9 +64,6 @@ std::string ConfigStore::uriString(std::size_t slot) {
 }
 
 std::string ConfigStore::urisJson() {
-    Json::StreamWriterBuilder compact;
-    compact["commentStyle"] = "None";
-    compact["indentation"] = "";
     Json::Value list(Json::arrayValue);
     {
         const MutexLock lock(mutex);
@@ -82,7 +77,7 @@ std::string ConfigStore::urisJson() {
     }
     Json::Value document;
     document["uris"] = std::move(list);
-    return Json::writeString(compact, document);
+    return compactJson(document);
 }
 
 int ConfigStore::applyDocument(const std::string &text) {

@@ -1,6 +1,7 @@
 #include "config/json_text.h"
 
 #include <json/reader.h>
+#include <json/writer.h>
 
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
@@ -11,4 +12,11 @@ bool parseJson(const std::string &text, Json::Value &root) {
     } catch (const Json::Exception &) {
         return false;
     }
+}
+
+std::string compactJson(const Json::Value &value) {
+    Json::StreamWriterBuilder compact;
+    compact["commentStyle"] = "None";
+    compact["indentation"] = "";
+    return Json::writeString(compact, value);
 }

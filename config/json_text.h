@@ -1,4 +1,4 @@
-// The one way from JSON text to a Json::Value.
+// The one way from JSON text to a Json::Value and back.
 //
 // jsoncpp's Reader is deprecated upstream and throws on deep nesting; both end here.
 // It stops at the end of the first value: what follows that value is not looked at,
@@ -12,3 +12,6 @@
 // Parses `text`, comments allowed, into `root`. False, whatever `root` then holds, if
 // it is not JSON or nested deeper than the library reads. Throws std::bad_alloc only.
 [[nodiscard]] bool parseJson(const std::string &text, Json::Value &root);
+
+// `value` on one line without blanks, keys in byte order.
+std::string compactJson(const Json::Value &value);

@@ -13,6 +13,7 @@
 #include <srt/srt.h>
 #include <syslog.h>
 
+#include "api/api_handler.h"
 #include "config/config_store.h"
 #include "core/shared/log_ring.h"
 #include "core/shared/shared_words.h"
@@ -59,9 +60,12 @@ struct Process {
     std::string config_path;
     ChangeFlag change_flag{0};
     CurrentIdx current_idx{0};
+    bool packed = true;
     bool encoder = false;
+    bool thumbnails = false;
     std::unique_ptr<ConfigStore> store;
     std::unique_ptr<SrtLibrary> srt;
+    std::unique_ptr<ApiHandler> api;
     std::unique_ptr<char, FreeBuffer> buffer;
     std::unique_ptr<RouteDevice> route;        // encoder family only
     std::unique_ptr<file_input_t> file_input;  // encoder family only
@@ -93,6 +97,19 @@ bool isEncoder(const char *product) {
     return product != nullptr && strncmp(product, "WQ", 2) != 0;
 }
 
+// Units of this product encode without offering an encoder's thumbnail.
+bool hasThumbnails(const char *product) {
+    return isEncoder(product) && strcmp(product, "WX-2ZZ") != 0;
+}
+
+void readEnvironment(Process &process) {
+    const char *config_path = getenv("PROXY_CFG");
+    process.config_path = config_path != nullptr ? config_path : kDefaultConfigPath;
+    process.packed = getenv("PROXY_USE_FS") == nullptr;
+    process.encoder = isEncoder(getenv("PRODUCT"));
+    process.thumbnails = hasThumbnails(getenv("PRODUCT"));
+}
+
 void makeUnitEnds(Process &process) {
     if (process.encoder) {
         process.log.logLine("WX family detected\n");
@@ -102,6 +119,16 @@ void makeUnitEnds(Process &process) {
         process.log.logLine("WQ family detected\n");
         process.udp_output = std::make_unique<udp_output_t>(kUnitAddress, kUnitPort);
     }
+}
+
+void startApi(Process &process) {
+    process.api = std::make_unique<ApiHandler>(ApiParts{.store = process.store.get(),
+                                                        .change_flag = &process.change_flag,
+                                                        .thumbnails = process.thumbnails,
+                                                        .packed = process.packed,
+                                                        .current_idx = &process.current_idx,
+                                                        .stats = &process.stats,
+                                                        .route_device = process.route.get()});
 }
 
 void allocateBuffer(Process &process) {
@@ -124,12 +151,11 @@ void requestRealTime() {
 void startUp(Process &process) {
     openlog("tidewell", LOG_PERROR, LOG_USER);
     process.log.logLine("Startup\n");
-    const char *config_path = getenv("PROXY_CFG");
-    process.config_path = config_path != nullptr ? config_path : kDefaultConfigPath;
-    process.encoder = isEncoder(getenv("PRODUCT"));
+    readEnvironment(process);
     makeUnitEnds(process);
     process.srt = std::make_unique<SrtLibrary>();
     process.store = std::make_unique<ConfigStore>(process.config_path);
+    startApi(process);
     allocateBuffer(process);
     if (process.encoder) {
         requestRealTime();
@@ -150,6 +176,7 @@ void runPump(Process &process) {
 }
 
 void shutDown(Process &process) {
+    process.api.reset();
     process.udp_output.reset();
     process.file_input.reset();
     process.route.reset();

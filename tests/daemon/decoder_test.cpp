@@ -70,10 +70,10 @@ TEST_F(Decoder, WordsOfAWholeLifeComeInTheirOrder) {
         logged += event ? line + "\n" : "";
         said += line.substr(event ? 18 : 0) + "|";
     }
-    EXPECT_EQ(said,
-              "Startup|WQ family detected|mode=caller|latency=120|srt connect|SRT input opened: "
-              "srt://127.0.0.1:5000?latency=120&mode=caller|mon_thread_entry: E|"
-              "mon_thread_entry: X|main exit|");
+    EXPECT_EQ(said, "Startup|WQ family detected|Using packed fs|mode=caller|latency=120|srt "
+                    "connect|SRT input opened: "
+                    "srt://127.0.0.1:5000?latency=120&mode=caller|mon_thread_entry: E|"
+                    "mon_thread_entry: X|main exit|");
     EXPECT_EQ(readFile("/tmp/proxy.log"), logged);
 }
 

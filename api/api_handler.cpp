@@ -1,0 +1,102 @@
+#include "api/api_handler.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include <syslog.h>
+
+#include "api/dispatch.h"
+#include "config/config_store.h"
+#include "device/route_device.h"
+#include "device/thumbnail_source.h"
+#include "net/mongoose.h"
+
+namespace {
+
+constexpr const char *kAddress = "http://0.0.0.0:8000";
+constexpr int kPollMs = 2000;
+
+// The listening socket, or the attempts to get one.
+class Listener {
+public:
+    Listener(mg_mgr &event_manager, ApiHandler &api) : manager(event_manager), handler(api) {}
+
+    // Tries unless it listens. Says so at the first failure and at the success after one.
+    void ensure() {
+        if (listening) {
+            return;
+        }
+        listening = mg_http_listen(&manager, kAddress, apiEventHandler, &handler) != nullptr;
+        if (!listening && !failed) {
+            syslog(LOG_ERR, "Could not listen on port 8000, trying again");
+        } else if (listening && failed) {
+            syslog(LOG_INFO, "Listening on port 8000");
+        }
+        failed = !listening;
+    }
+
+private:
+    mg_mgr &manager;
+    ApiHandler &handler;
+    bool listening = false;
+    bool failed = false;
+};
+
+void *api_thread_entry(void *handler) {
+    static_cast<ApiHandler *>(handler)->run();
+    return nullptr;
+}
+
+}  // namespace
+
+ApiWords api_words;
+
+ApiHandler::ApiHandler(const ApiParts &api_parts) : parts(api_parts) {
+    printf("Using %spacked fs\n", parts.packed ? "" : "un");
+    api_words.route_device = parts.route_device;
+    const int failure = pthread_create(&thread, nullptr, api_thread_entry, this);
+    if (failure != 0) {
+        syslog(LOG_ERR, "Could not start the API thread: %s", strerror(failure));
+        throw 1;
+    }
+}
+
+ApiHandler::~ApiHandler() {
+    fputs("API handler exit\n", stderr);
+    stop = true;
+    pthread_join(thread, nullptr);
+}
+
+bool ApiHandler::setCfg(const std::string &text) {
+    printf("%s: %s\n", "setCfg", text.c_str());
+    parts.store->applyDocument(text);
+    *parts.change_flag = 1;
+    return true;
+}
+
+void ApiHandler::run() {
+    fputs("API handler running\n", stderr);
+    mg_mgr manager;
+    mg_mgr_init(&manager);
+    Listener listener(manager, *this);
+    ThumbnailSource thumbnail_source(parts.thumbnails);
+    api_words.thumbnail_source = &thumbnail_source;
+    while (!stop) {
+        listener.ensure();
+        mg_mgr_poll(&manager, kPollMs);
+        checkRoute();
+    }
+    mg_mgr_poll(&manager, 0);  // what the last pass has queued is sent in the next
+    api_words.thumbnail_source = nullptr;
+    mg_mgr_free(&manager);
+}
+
+void checkRoute() {
+    if (api_words.route_device == nullptr) {
+        return;
+    }
+    try {
+        api_words.route_device->ensureRoute();
+    } catch (...) {  // it has said so on stdout
+    }
+}

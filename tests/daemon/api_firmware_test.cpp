@@ -1,0 +1,145 @@
+// Updates through the API: what is listed, what is refused, and what a script that has been
+// started finds and leaves.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "sim/srt_sender.h"
+#include "sim/udp_sink.h"
+#include "tests/daemon/api_client.h"
+#include "tests/support/files.h"
+#include "tests/support/web_server.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using sim::waitUntil;
+namespace fs = std::filesystem;
+
+const std::string kMedia = "/media/hd0/media/";
+const std::string kRootCrontab = "/var/spool/cron/crontabs/root";
+
+// Tells what a script finds in its process.
+const std::string kScript =
+    "for fd in /proc/$$/fd/*; do readlink $fd; done >/tmp/fds\n"
+    "grep -E 'SigIgn|SigBlk' /proc/$$/status | grep -o '[0-9a-f]*$' | tr '\\n' ' ' >/tmp/signals\n"
+    "mv /tmp/fds /tmp/started\n";
+
+class Firmware : public testing::Test {
+protected:
+    Firmware() {
+        fs::remove("/etc/hosts");
+        writeFile("/etc/hosts", "127.0.0.2 firmware.qorbi.example\n");
+        writeFile("/etc/cron.d/crontab", "1 /etc/init.d/tidewell\n2 other\n");
+        writeFile(kMedia + "tidewell-fennel-1.0.2", kScript);
+        writeFile(kMedia + "tidewell-fennel-1.0.10", kScript);
+        writeFile(kMedia + "tidewell-dill-9", kScript);
+        writeFile(kMedia + "holiday.ts", "");
+        fs::create_directory(kMedia + "folder");
+    }
+    static std::size_t files() {
+        return static_cast<std::size_t>(
+            std::distance(fs::directory_iterator(kMedia), fs::directory_iterator{}));
+    }
+    static bool isSilent() {
+        RawClient client(kApiPort);
+        client.send("GET /api/stats HTTP/1.1\r\n\r\n");
+        client.finish();
+        return client.closedByServer();
+    }
+    static void expectCleanScript() {
+        ASSERT_TRUE(waitUntil([] { return fs::exists("/tmp/started"); }));
+        const std::string open_files = readFile("/tmp/started");
+        EXPECT_NE(open_files.find("daemon-1.out"), std::string::npos) << open_files;
+        EXPECT_EQ(open_files.find("socket"), std::string::npos) << open_files;
+        EXPECT_EQ(open_files.find("anon_inode"), std::string::npos) << open_files;
+    }
+};
+
+TEST_F(Firmware, IsListedForThePlatformFromTheHighestVersionDown) {
+    const ApiDaemon daemon({});
+    EXPECT_EQ(ask("/api/localfirmware/get").body,
+              "{\"updates\":[\"tidewell-fennel-1.0.10\",\"tidewell-fennel-1.0.2\"]}\n");
+    WebServer server("127.0.0.2");
+    server.set("/uploads/", okReply("<a href=\"tidewell-fennel-1.0.2\">2</a>\n"
+                                    "<a href=\"tidewell-fennel-1.0.10\">10</a>\n"
+                                    "<a href=\"tidewell-dill-9\">9</a>\n"));
+    EXPECT_EQ(ask("/api/firmware/get").body,
+              "{\"updates\":[\"tidewell-fennel-1.0.10\",\"tidewell-fennel-1.0.2\"]}\n");
+    server.set("/uploads/", okReply(std::string(3 << 20, 'x')));
+    EXPECT_EQ(ask("/api/firmware/get").body, "{\"updates\":[]}\n");
+    EXPECT_EQ(daemon.countLines("Could not fetch firmware listing"), 1);
+}
+
+TEST_F(Firmware, RequestThatNamesNoUsableFileIsRefusedAndTouchesNothing) {
+    const ApiDaemon daemon({});
+    const std::string refused = jsonReply("{}\n", "400 Bad Request");
+    for (const std::string &body :
+         {std::string("no JSON"), std::string("[]"), std::string("{}"), std::string(),
+          std::string("{\"update\":7}"), std::string("{\"update\":\"\"}"),
+          std::string("{\"update\":\"../tidewell-fennel-1.0.2\"}"),
+          std::string("{\"update\":\"tidewell-fennel-1.0.2;reboot\"}"),
+          std::string("{\"update\":\"tidewell-fennel-1.0.2\\u0000\"}"),
+          std::string("{\"update\":\"$(reboot)\"}"), std::string("{\"update\":\"-c\"}")}) {
+        for (const char *path : {"/api/localfirmware/set", "/api/firmware/set"}) {
+            const Reply reply = ask(path, body);
+            EXPECT_EQ(reply.head + reply.body, refused) << path << " " << body;
+        }
+    }
+    for (const char *name : {"tidewell-fennel-1.0.3", "folder"}) {
+        EXPECT_EQ(
+            ask("/api/localfirmware/set", "{\"update\":\"" + std::string(name) + "\"}").status(),
+            400);
+    }
+    EXPECT_EQ(files(), 5U);
+    EXPECT_EQ(readFile("/etc/cron.d/crontab"), "1 /etc/init.d/tidewell\n2 other\n");
+    EXPECT_EQ(ask("/api/stats").status(), 200);
+}
+
+TEST_F(Firmware, LocalUpdateStartsTheScriptAndSilencesTheApiButNotTheStream) {
+    sim::UdpSink unit;
+    const sim::SrtSender primary(5000);
+    const ApiDaemon daemon({.primary = primary.uri()});
+    ASSERT_TRUE(waitUntil([&] { return unit.datagrams() > 100; }));
+    RawClient idle(kApiPort);
+    const Reply reply = ask("/api/localfirmware/set", "{\"update\":\"tidewell-fennel-1.0.2\"}");
+    EXPECT_EQ(reply.head + reply.body, jsonReply("{}\n"));
+    expectCleanScript();
+    EXPECT_EQ(readFile("/tmp/signals"), "0000000000000000 0000000180000006 ")
+        << "nothing blocked; ignored: a background's SIGINT and SIGQUIT, libc's own 32 and 33";
+    EXPECT_TRUE(isSilent());
+    idle.send("GET / HTTP/1.1\r\n\r\n");
+    idle.finish();
+    EXPECT_TRUE(idle.closedByServer()) << "the page is silent too";
+    EXPECT_EQ(files(), 3U) << "the file, the film and the folder";
+    EXPECT_EQ(readFile("/etc/cron.d/crontab"), "2 other\n");
+    const std::uint64_t before = unit.datagrams();
+    EXPECT_TRUE(waitUntil([&] { return unit.datagrams() > before + 100; }));
+}
+
+TEST_F(Firmware, ServerUpdateIsAnsweredAndRunsWhatWasFetched) {
+    writeFile(kRootCrontab, "1 tidewell\n2 other\n");
+    WebServer server("127.0.0.2");
+    server.set("/uploads/tidewell-fennel-2", okReply(kScript));
+    const ApiDaemon daemon({});
+    EXPECT_EQ(ask("/api/firmware/set", "{\"update\":\"tidewell-fennel-2\"}").body, "{}\n");
+    expectCleanScript();
+    EXPECT_TRUE(isSilent());
+    EXPECT_EQ(readFile(kRootCrontab), "2 other\n");
+    EXPECT_EQ(readFile("/etc/cron.d/crontab"), "1 /etc/init.d/tidewell\n2 other\n");
+    EXPECT_EQ(daemon.countLines("Updating to tidewell-fennel-2"), 1);
+}
+
+TEST_F(Firmware, FailedDownloadIsAnsweredAllTheSameAndTheApiGoesOn) {
+    const ApiDaemon daemon({});
+    const std::string update = "{\"update\":\"tidewell-fennel-2\"}";
+    EXPECT_EQ(ask("/api/firmware/set", update).body, "{}\n") << "no server at all";
+    WebServer server("127.0.0.2");
+    server.set("/uploads/tidewell-fennel-2", okReply("echo cut", 100));
+    EXPECT_EQ(ask("/api/firmware/set", update).body, "{}\n");
+    EXPECT_EQ(ask("/api/localfirmware/get").body, "{\"updates\":[]}\n")
+        << "the old files made room for the download";
+    EXPECT_EQ(readFile("/etc/cron.d/crontab"), "1 /etc/init.d/tidewell\n2 other\n");
+}
+
+}  // namespace

@@ -1,0 +1,128 @@
+// What the API does to a stream that runs, and what clients cannot do to it.
+#include <gtest/gtest.h>
+
+#include <sys/resource.h>
+
+#include "sim/srt_sender.h"
+#include "sim/udp_sink.h"
+#include "tests/daemon/api_client.h"
+#include "tests/support/files.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using sim::SrtSender;
+using sim::waitUntil;
+
+const std::string kSuccess = "{\"status\":true,\"message\":\"Success\"}\n";
+
+class ApiBesideStream : public testing::Test {
+protected:
+    bool unitReceivesFrom(const SrtSender &sender) {
+        const std::uint64_t before = unit.received().sources[sender.id()].packets;
+        return waitUntil(
+            [&] { return unit.received().sources[sender.id()].packets > before + 70; });
+    }
+    static bool statsShow(const std::string &text) {
+        return waitUntil([&] { return ask("/api/stats").body.find(text) != std::string::npos; });
+    }
+
+    sim::UdpSink unit;
+    SrtSender primary{5000};
+    SrtSender backup{5001};
+};
+
+TEST_F(ApiBesideStream, StatsShowTheStreamAndZeroesBetweenStreams) {
+    const ApiDaemon daemon({.primary = primary.uri()});
+    ASSERT_TRUE(statsShow("\"endpoint\":\"127.0.0.1:5000\"")) << ask("/api/stats").body;
+    EXPECT_TRUE(statsShow("\"current_idx\":0,"));
+    EXPECT_EQ(ask("/api/cfg/set", "{\"uris\":[{\"idx\":0,\"uri\":\"srt://127.0.0.1:5099\"}]}").body,
+              kSuccess);
+    EXPECT_TRUE(statsShow("\"packets\":0,"));
+    const std::string between = ask("/api/stats").body;
+    EXPECT_NE(between.find("\"endpoint\":\"\""), std::string::npos);
+    EXPECT_NE(between.find("\"recv\":{"), std::string::npos);
+    EXPECT_TRUE(statsShow("\"current_idx\":1,")) << "the index grows and is told by 2";
+}
+
+TEST_F(ApiBesideStream, SourceIsSelectedByHandAndReopenedEvenWhereNothingChanges) {
+    ApiDaemon daemon({.primary = primary.uri(), .backup = backup.uri()});
+    ASSERT_TRUE(unitReceivesFrom(primary));
+    const std::string file = readFile("/etc/sysconfig/proxy.cfg");
+    EXPECT_EQ(ask("/api/source/set", "{\"index\":1}").body, kSuccess);
+    EXPECT_TRUE(unitReceivesFrom(backup));
+    EXPECT_TRUE(statsShow("\"current_idx\":1,"));
+    EXPECT_EQ(ask("/api/source/set", "{\"index\":1.0}").body, kSuccess);
+    EXPECT_TRUE(waitUntil([&] { return backup.connectionsMade() == 2; }));
+    EXPECT_EQ(ask("/api/source/set", "{\"index\":0}").body, kSuccess);
+    EXPECT_TRUE(unitReceivesFrom(primary));
+    EXPECT_EQ(readFile("/etc/sysconfig/proxy.cfg"), file);
+    EXPECT_TRUE(daemon.waitForLine("API change detected, closing/restarting", 6));
+}
+
+TEST_F(ApiBesideStream, SettingsGoBackToThePrimaryWhateverTheySay) {
+    ApiDaemon daemon({.primary = primary.uri(), .backup = backup.uri()});
+    const std::string file = readFile("/etc/sysconfig/proxy.cfg");
+    int times_on_primary = 1;
+    for (const std::string &body :
+         {std::string("no JSON"), std::string("[]"), std::string(),
+          std::string("{\"uris\":[{\"idx\":\"0\",\"uri\":7}]"), std::string(1 << 20, '{')}) {
+        ASSERT_TRUE(unitReceivesFrom(primary));
+        ask("/api/source/set", "{\"index\":1}");
+        ASSERT_TRUE(unitReceivesFrom(backup));
+        EXPECT_EQ(ask("/api/cfg/set", body).body, kSuccess);
+        ++times_on_primary;
+        EXPECT_TRUE(waitUntil([&] { return unit.lastSource() == primary.id(); }));
+        EXPECT_EQ(readFile("/etc/sysconfig/proxy.cfg"), file);
+    }
+    EXPECT_GE(primary.connectionsMade(), static_cast<std::uint32_t>(times_on_primary));
+}
+
+TEST_F(ApiBesideStream, SettingsAreSavedAsTheyCameUpToTheFirstNul) {
+    const ApiDaemon daemon({.primary = primary.uri()});
+    ASSERT_TRUE(unitReceivesFrom(primary));
+    const std::string document =
+        "{ \"mine\": 1, \"uris\" : [{\"idx\":0,\"uri\":\"" + backup.uri() + "\"}]}";
+    EXPECT_EQ(ask("/api/cfg/set", document + std::string("\0 junk", 6)).body, kSuccess);
+    EXPECT_TRUE(unitReceivesFrom(backup));
+    EXPECT_EQ(readFile("/etc/sysconfig/proxy.cfg"), document);
+    EXPECT_NE(ask("/api/cfg/get").body.find("\"uri\":\"srt://127.0.0.1:5001?"), std::string::npos);
+}
+
+// More clients than the process may have descriptors, some that never finish a request, some
+// that go away in the middle of a reply: the stream must not lose a packet, and whoever comes
+// next is answered.
+TEST_F(ApiBesideStream, CrowdOfClientsHurtsNeitherTheStreamNorTheNextClient) {
+    const rlimit many{4096, 4096};
+    setrlimit(RLIMIT_NOFILE, &many);
+    sim::DaemonOptions options{.primary = primary.uri()};
+    options.before_exec = [] {
+        const rlimit few{1024, 1024};
+        setrlimit(RLIMIT_NOFILE, &few);
+    };
+    ApiDaemon daemon(options);
+    ASSERT_TRUE(unitReceivesFrom(primary));
+    std::vector<RawClient> crowd;
+    for (int number = 0; number < 1100; ++number) {
+        crowd.emplace_back(kApiPort);
+        if (number % 3 == 1) {
+            crowd.back().send("POST /api/cfg/set HTTP/1.1\r\nContent-Length: 1000\r\n\r\n{");
+        } else if (number % 3 == 2) {
+            crowd.back().send("GET /static/bootstrap.min.css HTTP/1.1\r\n\r\n");
+        }
+        if (number % 50 == 0) {
+            crowd.back().reset();
+            ASSERT_EQ(ask("/api/stats/reset").body, "{}\n") << number;
+        }
+    }
+    EXPECT_EQ(unit.received().sources[primary.id()].lost, 0U);
+    EXPECT_EQ(ask("/api/cfg/set", readFile("/etc/sysconfig/proxy.cfg")).body, kSuccess)
+        << "the settings file and a new socket are still within reach";
+    EXPECT_TRUE(daemon.waitForLine("SRT input opened", 4));
+    EXPECT_TRUE(unitReceivesFrom(primary));
+    crowd.clear();
+    EXPECT_TRUE(waitUntil([&] { return daemon.descriptors() < 40; })) << daemon.descriptors();
+    EXPECT_EQ(daemon.stop(5s), 0);
+}
+
+}  // namespace

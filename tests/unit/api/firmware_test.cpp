@@ -1,0 +1,115 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "api/firmware_files.h"
+#include "api/firmware_server.h"
+#include "tests/support/files.h"
+#include "tests/support/web_server.h"
+
+namespace {
+
+using Names = std::vector<std::string>;
+namespace fs = std::filesystem;
+
+TEST(FirmwareName, IsWhatNeitherAShellNorAPathCanMisread) {
+    const std::string longest(200, 'a');
+    for (const std::string &name :
+         {std::string("tidewell-fennel-1.0.10"), std::string("a_B+c~d-9"), longest}) {
+        EXPECT_TRUE(isFirmwareName(name)) << name;
+    }
+    for (const char *name : {"", ".", "..", ".hidden", "-rf", "a b", "a;b", "a$b", "a`b", "a/b",
+                             "../b", "a\nb", "a&b", "a|b", "a\\b", "a'b", "a*", "\xc3\xa4"}) {
+        EXPECT_FALSE(isFirmwareName(name)) << name;
+    }
+    EXPECT_FALSE(isFirmwareName(longest + "a"));
+    EXPECT_FALSE(isFirmwareName(std::string("a\0b", 3)));
+}
+
+TEST(ServerListing, GivesTheFirstLinkOfEachLineThatFits) {
+    const struct {
+        std::string listing;
+        std::string platform;
+        std::set<std::string> names;
+    } rows[] = {
+        {"", "fennel", {}},
+        {"<a href=\"tidewell-fennel-2\">x</a>\n<a href=\"tidewell-fennel-10\">y</a>\n"
+         "<a href=\"tidewell-fennel-2\">again</a>",
+         "fennel",
+         {"tidewell-fennel-10", "tidewell-fennel-2"}},
+        {"<a href=\"tidewell-fennel-1\"><a href=\"tidewell-fennel-2\">",
+         "fennel",
+         {"tidewell-fennel-1"}},
+        {"<a href=\"tidewell-dill-1\">\n<A HREF=\"tidewell-fennel-1\">\n"
+         "<a href='tidewell-fennel-2'>\n<a href=\"tidewell-fennel-3\" >",
+         "fennel",
+         {}},
+        {"<a href=\"tidewell-fennel\n-1\">", "fennel", {}},
+        {"<a href=\"tidewell-fennel-1\">", "(unclosed", {}},
+        {"<a href=\"tidewell-fennel-1\">", "[", {}},
+        {"<a href=\"tidewell-fennel-1\">", "", {"tidewell-fennel-1"}},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.platform + ": " + row.listing);
+        EXPECT_EQ(scrapeFirmwareNames(row.listing, row.platform), row.names);
+    }
+}
+
+class FirmwareDirectory : public testing::Test {
+protected:
+    void SetUp() override {
+        fs::create_directories(directory);
+        for (const char *name :
+             {"tidewell-fennel-1.0.2", "tidewell-fennel-1.0.10", "tidewell-fennel-1.0.10.sig",
+              "tidewell-fennel-1.0.9", "tidewell-dill-3", "holiday.ts"}) {
+            writeFile(directory + name, "echo");
+        }
+    }
+    Names names() const {
+        Names all;
+        for (const auto &entry : fs::directory_iterator(directory)) {
+            all.push_back(entry.path().filename());
+        }
+        std::sort(all.begin(), all.end());
+        return all;
+    }
+    const std::string directory = "/tmp/firmware/";
+};
+
+TEST_F(FirmwareDirectory, ListsAPlatformsFilesFromTheHighestVersionDown) {
+    EXPECT_EQ(localFirmware(directory, "tidewell-fennel"),
+              (Names{"tidewell-fennel-1.0.10.sig", "tidewell-fennel-1.0.10",
+                     "tidewell-fennel-1.0.9", "tidewell-fennel-1.0.2"}));
+    EXPECT_EQ(localFirmware("/tmp/nowhere/", "tidewell-fennel"), Names{});
+}
+
+TEST_F(FirmwareDirectory, PruningKeepsWhatBeginsWithTheNameAndWhatIsNoFirmware) {
+    pruneFirmware("tidewell-fennel-1.0.10", directory);
+    EXPECT_EQ(names(),
+              (Names{"holiday.ts", "tidewell-fennel-1.0.10", "tidewell-fennel-1.0.10.sig"}));
+    pruneFirmware("tidewell-fennel-1.0.10", "/tmp/nowhere/");
+}
+
+TEST_F(FirmwareDirectory, DownloadMakesRoomFirstAndLeavesNoPartBehind) {
+    WebServer server("127.0.0.1", 8080);
+    const std::string base = "http://127.0.0.1:8080/";
+    server.set("/tidewell-fennel-2", okReply("echo hello\n"));
+    EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-2", directory),
+              directory + "tidewell-fennel-2");
+    EXPECT_EQ(readFile(directory + "tidewell-fennel-2"), "echo hello\n");
+    EXPECT_EQ(names(), (Names{"holiday.ts", "tidewell-fennel-2"}));
+
+    server.set("/tidewell-fennel-3", okReply("cut", 100));
+    EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-3", directory), "");
+    EXPECT_EQ(names(), Names{"holiday.ts"});
+    EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-3", "/tmp/nowhere/"), "");
+    // Small enough to wait in stdio's buffer until the file is closed.
+    fs::create_symlink("/dev/full", directory + "tidewell-fennel-2");
+    EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-2", directory), "") << "the disk is full";
+}
+
+}  // namespace

@@ -1,0 +1,87 @@
+// Facts of the unit that the API tells: levels, serial number, addresses, and the echo packet.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "api/capabilities.h"
+#include "api/ping.h"
+#include "device/audio_levels.h"
+#include "tests/support/files.h"
+
+namespace {
+
+TEST(AudioLevels, AreTheDriversLineBetweenBrackets) {
+    EXPECT_EQ(audioLevels(), "[0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0]") << "no driver at all";
+    const struct {
+        const char *line;
+        const char *text;
+    } rows[] = {{"1,2,3\n", "[1,2,3]"}, {"7", "[7]"}, {"", "[]"}, {"\n4\n", "[]"}};
+    for (const auto &row : rows) {
+        writeFile("/dev/audiolevels", row.line);
+        EXPECT_EQ(audioLevels(), row.text);
+    }
+    std::filesystem::remove("/dev/audiolevels");
+}
+
+TEST(AudioLevels, FailingReadsLeaveTheOtherChannelsUndelivered) {
+    writeFile("/dev/proxyimg", "");  // knows no ioctl
+    std::string others;
+    for (int channel = 1; channel < 16; ++channel) {
+        others += ",-1431655766";
+    }
+    EXPECT_EQ(audioLevels(), "[0" + others + "]");
+    std::filesystem::remove("/dev/proxyimg");
+}
+
+TEST(AudioLevels, WordHoldsChannelAndLevelAndBitsThatSayNothing) {
+    const struct {
+        std::uint32_t word;
+        std::size_t channel;
+        std::int32_t level;
+    } rows[] = {
+        {0x30000150, 3, 21}, {0xFFFFFFFF, 15, 0xFFFFF}, {0x0F00000F, 0, 0}, {0x80000010, 8, 1}};
+    for (const auto &row : rows) {
+        const AudioLevel decoded = decodeLevelWord(row.word);
+        EXPECT_EQ(decoded.channel, row.channel);
+        EXPECT_EQ(decoded.level, row.level);
+    }
+}
+
+TEST(SerialNumber, EndsAtTheNextBlankOrTheEnd) {
+    EXPECT_EQ(serialNumber("quiet serialnum=A-17 root=/dev/mmcblk0"), "A-17");
+    EXPECT_EQ(serialNumber("serialnum=A 17"), "A");
+    EXPECT_EQ(serialNumber("quiet serialnum=B9"), "B9");
+    EXPECT_EQ(serialNumber("serialnum="), "");
+    EXPECT_EQ(serialNumber("quiet serial=9"), "");
+}
+
+TEST(InterfaceAddress, IsADottedQuadAlsoWithoutTheInterface) {
+    EXPECT_EQ(interfaceAddress("lo"), "127.0.0.1");
+    EXPECT_EQ(interfaceAddress("eth1"), "0.0.0.0");
+    EXPECT_EQ(interfaceAddress("a name that is far too long for any interface"), "0.0.0.0");
+}
+
+TEST(EchoRequest, CarriesItsIdentifierAndAChecksumThatMakesTheSumAllOnes) {
+    for (const std::uint16_t identifier : std::initializer_list<std::uint16_t>{0, 0x1234, 0xFFFF}) {
+        const auto packet = makeEchoRequest(identifier);
+        std::uint32_t sum = 0;
+        for (std::size_t i = 0; i < packet.size(); i += 2) {
+            sum += packet[i] * 256U + packet[i + 1];
+        }
+        while (sum > 0xFFFF) {
+            sum = (sum & 0xFFFF) + (sum >> 16);
+        }
+        EXPECT_EQ(sum, 0xFFFFU);
+        const std::string bytes(packet.begin(), packet.end());
+        EXPECT_EQ(bytes.substr(0, 2), std::string("\x08\x00", 2));
+        EXPECT_EQ(packet[4] * 256 + packet[5], identifier);
+        EXPECT_EQ(bytes.substr(6, 12), std::string("\0\0"
+                                                   "0123456789",
+                                                   12));
+        EXPECT_EQ(packet[62], 0x30 + 54);
+        EXPECT_EQ(packet[63], 0);
+    }
+}
+
+}  // namespace

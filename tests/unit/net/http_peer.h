@@ -1,0 +1,69 @@
+// Both ends of the layer's tests: a server that polls in a thread of its own, and raw sockets.
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "net/mongoose.h"
+
+// A listener on a free port of 127.0.0.1. Its routes: /echo returns the body, /big 400,000
+// bytes, /silent nothing; /thumb sends text without mg_http_reply and drains; /throw throws,
+// /calls tells how many requests there were; anything else is served from `root`.
+class HttpServer {
+public:
+    explicit HttpServer(std::string root = "/web_root", mg_fs *files = &mg_fs_packed);
+    ~HttpServer();
+
+    std::string url() const { return "http://127.0.0.1:" + std::to_string(port); }
+
+    std::atomic<int> rounds = 0;  // of mg_mgr_poll, counted by the listener's MG_EV_POLL
+    std::atomic<int> calls = 0;   // requests that reached the handler
+    std::atomic<int> open = 0;    // connections, the listener too
+    unsigned short port = 0;      // fixed at construction
+
+private:
+    static void onEvent(mg_connection *c, int event, void *data);
+    void onRequest(mg_connection *c, mg_http_message *request);
+
+    const std::string root_dir;  // fixed at construction
+    mg_fs *const root_files;     // fixed at construction
+    mg_mgr manager;              // the thread's, once that runs
+    std::atomic<bool> stop = false;
+    std::thread thread;
+};
+
+// A reply as it came: the head with its empty line, and the body that Content-Length tells of.
+struct Reply {
+    std::string head;
+    std::string body;
+    int status() const;
+};
+
+// A blocking socket connected to 127.0.0.1; every read gives up after five seconds.
+class RawClient {
+public:
+    explicit RawClient(unsigned short port);
+    ~RawClient() { close(); }
+    RawClient(RawClient &&other) noexcept;
+
+    bool send(std::string_view bytes) const;  // false: the server has closed
+    Reply reply(bool has_body = true);        // empty head: the server closed instead
+    std::string untilClosed();
+    bool closedByServer() { return untilClosed().empty() && !timed_out; }
+    void finish() const;  // FIN: nothing more will be sent
+    void reset();         // RST
+    void close();
+
+private:
+    bool receive();
+
+    int fd;
+    std::string received;
+    bool timed_out = false;
+};
+
+// One request on a connection of its own.
+Reply ask(const HttpServer &server, const std::string &request);
+Reply get(const HttpServer &server, const std::string &uri, const std::string &headers = "");

@@ -1,0 +1,75 @@
+#include "net/print.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "net/mongoose.h"
+#include "net/text.h"
+
+namespace {
+
+std::string print(const char *fmt, ...) {
+    va_list args;
+    va_start(args, fmt);
+    std::string text = net::format(fmt, &args);
+    va_end(args);
+    return text;
+}
+
+TEST(Print, FormatsWhatRepliesAreMadeOf) {
+    EXPECT_EQ(
+        print("{%m:%s,%m:%m}\n", MG_ESC("status"), "true", MG_ESC("message"), MG_ESC("Success")),
+        "{\"status\":true,\"message\":\"Success\"}\n");
+    EXPECT_EQ(print("%m", MG_ESC("\b\f\n\r\t\\\"/\x01\xc3\xa4")),
+              "\"\\b\\f\\n\\r\\t\\\\\\\"/\x01\xc3\xa4\"");
+    EXPECT_EQ(print("%m%m", mg_print_esc, 2, "abc", MG_ESC(static_cast<char *>(nullptr))),
+              "\"ab\"\"\"");
+    EXPECT_EQ(print("[%-10lu ] %d %u %x %lld %c%%", 36UL, -1, 4000000000U, 255U, -5LL, 'c'),
+              "[36         ] -1 4000000000 ff -5 c%");
+    EXPECT_EQ(print("%.*s %.2s %s|", 3, "127.0", "abc", static_cast<char *>(nullptr)), "127 ab |");
+    EXPECT_EQ(print("%.*s", 9, "ends"), "ends");
+}
+
+TEST(Match, TakesWholeTextsOnly) {
+    const struct {
+        const char *text, *pattern;
+        bool matches;
+    } rows[] = {
+        {"/a", "/a", true},
+        {"/a", "/a/", false},
+        {"/a/", "/a", false},
+        {"/A", "/a", false},
+        {"/a/b/c", "/a/*", false},
+        {"/a/b/c", "/a/#", true},
+        {"", "*", true},
+        {"/x", "/?", true},
+        {"/api/b/d/c", "/api/*/c", false},
+        {"/*", "/a", false},
+        {"", "", true},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::string(row.text) + " ~ " + row.pattern);
+        EXPECT_EQ(mg_match(mg_str(row.text), mg_str(row.pattern), nullptr), row.matches);
+    }
+}
+
+TEST(Url, IsTakenApart) {
+    const struct {
+        const char *url, *host, *uri;
+    } rows[] = {
+        {"http://127.0.0.1/encThumbnail", "127.0.0.1", "/encThumbnail"},
+        {"http://127.0.0.1:8080/a/b?c=d", "127.0.0.1", "/a/b?c=d"},
+        {"http://h", "h", "/"},
+        {"http://u:p@host:9/x", "host", "/x"},
+        {"http://[::1]:80/x", "[::1]", "/x"},
+        {"h:80", "h", "/"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.url);
+        EXPECT_EQ(net::view(mg_url_host(row.url)), row.host);
+        EXPECT_STREQ(mg_url_uri(row.url), row.uri);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,278 @@
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "sim/wait_until.h"
+#include "tests/unit/net/http_peer.h"
+
+namespace {
+
+using sim::waitUntil;
+
+std::set<int> openDescriptors() {
+    std::set<int> numbers;
+    DIR *directory = opendir("/proc/self/fd");
+    while (const dirent *entry = readdir(directory)) {
+        if (entry->d_name[0] != '.' && atoi(entry->d_name) != dirfd(directory)) {
+            numbers.insert(atoi(entry->d_name));
+        }
+    }
+    closedir(directory);
+    return numbers;
+}
+
+// Always 0 under the sanitizers, whose allocators keep what has been freed.
+long residentBytes() {
+    long resident = 0;
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    std::ifstream("/proc/self/statm") >> resident >> resident;
+#endif
+    return resident * sysconf(_SC_PAGESIZE);
+}
+
+class Server : public testing::Test {
+protected:
+    HttpServer server;
+    RawClient client{server.port};
+};
+
+TEST_F(Server, KeepsTheConnectionAndTheOrderOfPipelinedRequests) {
+    client.send("POST /echo HTTP/1.1\r\nContent-Length: 3\r\n\r\none"
+                "GET /index.html HTTP/1.1\r\n\r\nPOST /echo HTTP/1.1\r\n\r\n"
+                "HEAD /echo HTTP/1.1\r\nContent-Length: 4\r\n\r\nhead");
+    const Reply first = client.reply();
+    EXPECT_EQ(first.head, "HTTP/1.1 200 OK\r\nX-A: b\r\nContent-Length: 3          \r\n\r\n");
+    EXPECT_EQ(first.body, "one");
+    EXPECT_EQ(client.reply().body, "<html>hello</html>\n");
+    EXPECT_EQ(client.reply().body, "");
+    const Reply head = client.reply(false);
+    EXPECT_EQ(head.head, "HTTP/1.1 200 OK\r\nX-A: b\r\nContent-Length: 4          \r\n\r\n");
+    client.send("GET /calls HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(client.reply().body, "5");
+}
+
+TEST_F(Server, TakesABodyThatComesByteByByteAndTheLongestOne) {
+    for (const char byte : std::string("POST /echo HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n"
+                                       "2\r\nab\r\n0\r\n\r\n")) {
+        const int before = server.rounds;
+        client.send({&byte, 1});
+        ASSERT_TRUE(waitUntil([&] { return server.rounds > before; }));
+    }
+    EXPECT_EQ(client.reply().body, "ab");
+    const std::string longest(3145728, 'x');
+    client.send("POST /echo HTTP/1.1\r\nContent-Length: 3145728\r\n\r\n" + longest);
+    EXPECT_EQ(client.reply().body, longest);
+}
+
+TEST_F(Server, RefusesPolitelyAlsoWhileTheClientStillSends) {
+    const struct {
+        std::string request;
+        int status;
+    } rows[] = {
+        {"POST /echo HTTP/1.1\r\nContent-Length: 4000000\r\n\r\n" + std::string(4000000, 'x'), 413},
+        {"GET / HTTP/1.1\r\nX: " + std::string(500000, 'x') + "\r\n\r\n", 431},
+        {"GET /" + std::string(65536, 'x') + " HTTP/1.1\r\n\r\n", 431},
+        {"nonsense\r\n\r\n", 400},
+        {std::string(100000, '\0'), 400},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.request.substr(0, 30));
+        RawClient sender(server.port);
+        EXPECT_TRUE(sender.send(row.request));
+        const Reply reply = sender.reply();
+        EXPECT_EQ(reply.status(), row.status);
+        EXPECT_NE(reply.head.find("\r\nConnection: close\r\n"), std::string::npos);
+        EXPECT_TRUE(sender.closedByServer());
+    }
+    EXPECT_EQ(server.calls, 0);
+}
+
+TEST_F(Server, ClosesWhenTheRequestOrTheHandlerWantsIt) {
+    for (const char *request :
+         {"GET /echo HTTP/1.1\r\nConnection: Close\r\n\r\n", "GET /echo HTTP/1.0\r\n\r\n",
+          "GET /large.js HTTP/1.1\r\nConnection: close\r\n\r\nGET /echo HTTP/1.1\r\n\r\n"}) {
+        SCOPED_TRACE(request);
+        RawClient asking(server.port);
+        asking.send(request);
+        EXPECT_EQ(asking.reply().status(), 200);
+        EXPECT_TRUE(asking.closedByServer());
+    }
+    client.send("GET /thumb HTTP/1.0\r\n\r\n");
+    EXPECT_EQ(client.untilClosed(), "HTTP/1.0 200 OK\r\nContent-Length: 4\r\n\r\nJPEG\r\n");
+    client.finish();
+    EXPECT_TRUE(waitUntil([&] { return server.open == 1; }));
+}
+
+TEST_F(Server, StaysSilentAndOpenWhereTheHandlerDoes) {
+    client.send("GET /silent HTTP/1.1\r\nConnection: close\r\n\r\nGET /echo HTTP/1.1\r\n\r\n");
+    ASSERT_TRUE(waitUntil([&] { return server.calls == 1; }));
+    EXPECT_EQ(get(server, "/echo").status(), 200);
+    ASSERT_TRUE(waitUntil([&] { return server.open == 2; }));  // `client` is still there
+    EXPECT_EQ(server.calls, 2);
+    client.finish();
+    EXPECT_TRUE(client.closedByServer());
+}
+
+TEST_F(Server, FinishesRepliesToAClientThatHasSentItsLast) {
+    for (const auto &[uri, size] : {std::pair("/big", 400000U), std::pair("/large.js", 232803U)}) {
+        RawClient half_closed(server.port);
+        half_closed.send(std::string("GET ") + uri + " HTTP/1.1\r\n\r\nGET /cut HTTP/1.1\r\nHo");
+        half_closed.finish();
+        EXPECT_EQ(half_closed.reply().body.size(), size);
+        EXPECT_TRUE(half_closed.closedByServer());
+    }
+    EXPECT_EQ(server.calls, 2);
+}
+
+TEST_F(Server, SurvivesClientsThatVanishAndHandlersThatThrow) {
+    for (const char *request : {"", "GET", "GET / HTTP/1.1\r\nContent-Length: 9\r\n\r\nabc",
+                                "GET /large.js HTTP/1.1\r\n\r\n", "GET /big HTTP/1.1\r\n\r\n",
+                                "GET /silent HTTP/1.1\r\n\r\n"}) {
+        RawClient resetting(server.port);
+        resetting.send(request);
+        resetting.reset();
+        RawClient leaving(server.port);
+        leaving.send(request);
+        leaving.close();
+    }
+    client.send("GET /throw HTTP/1.1\r\n\r\n");
+    EXPECT_TRUE(client.closedByServer());
+    EXPECT_TRUE(waitUntil([&] { return server.open == 1; }));
+    EXPECT_EQ(get(server, "/echo").status(), 200);
+}
+
+TEST_F(Server, HoldsLittleForAClientThatPipelinesAndNeverReads) {
+    const long before = residentBytes();
+    std::string many;
+    for (int i = 0; i < 200; ++i) {
+        many += "GET /big HTTP/1.1\r\n\r\n";
+    }
+    std::vector<RawClient> deaf;
+    for (int i = 0; i < 8; ++i) {
+        deaf.emplace_back(server.port).send(many);
+    }
+    ASSERT_TRUE(waitUntil([&] { return server.calls >= 8; }));
+    const int rounds = server.rounds;
+    ASSERT_TRUE(waitUntil([&] { return server.rounds > rounds + 20; }));
+    EXPECT_LT(server.calls, 8 * 30);  // the rest waits for the kernel's buffers to empty
+    EXPECT_LT(residentBytes() - before, 32L * 1024 * 1024);
+    EXPECT_EQ(get(server, "/echo").status(), 200);
+}
+
+TEST_F(Server, BoundsTheMemoryOfBodiesThatNeverEnd) {
+    std::vector<RawClient> senders;
+    bool refused = false;
+    for (int i = 0; i < 8 && !refused; ++i) {
+        RawClient &sender = senders.emplace_back(server.port);
+        sender.send("POST /echo HTTP/1.1\r\nContent-Length: 3000000\r\n\r\n" +
+                    std::string(2900000, 'x'));
+        refused = i > 4 && sender.reply().status() == 503;
+    }
+    EXPECT_TRUE(refused);
+    EXPECT_EQ(get(server, "/echo").status(), 200);
+}
+
+TEST_F(Server, ReplacesTheClientThatHasBeenWithoutARequestLongest) {
+    std::vector<RawClient> idle;
+    for (int i = 0; i < 300; ++i) {
+        idle.emplace_back(server.port);
+        if (i % 50 == 0) {  // `client` is the oldest but never the idlest
+            client.send("GET /echo HTTP/1.1\r\n\r\n");
+            ASSERT_EQ(client.reply().status(), 200);
+        }
+    }
+    ASSERT_TRUE(waitUntil([&] { return server.open == 257; }));
+    EXPECT_TRUE(idle.front().closedByServer());
+    idle.back().send("GET /echo HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(idle.back().reply().status(), 200);
+    client.send("GET /echo HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(client.reply().status(), 200);
+}
+
+TEST_F(Server, DoesNotGrowWithTenThousandConnections) {
+    const auto one = [&](int i) {
+        RawClient brief(server.port);
+        brief.send("GET /echo HTTP/1.1\r\n\r\n");
+        if (i % 3 != 0) {
+            ASSERT_EQ(brief.reply().status(), 200);
+        }
+        if (i % 2 != 0) {
+            brief.reset();
+        }
+    };
+    for (int i = 0; i < 500; ++i) {
+        one(i);
+    }
+    const std::set<int> descriptors = openDescriptors();
+    const long before = residentBytes();
+    for (int i = 0; i < 10000; ++i) {
+        one(i);
+    }
+    EXPECT_TRUE(waitUntil([&] { return server.open == 2; }));
+    EXPECT_LE(openDescriptors().size(), descriptors.size() + 1);
+    EXPECT_LT(residentBytes() - before, 4L * 1024 * 1024);
+}
+
+TEST_F(Server, WaitsWithoutSpinningWhileDescriptorsAreUsedUp) {
+    client.send("GET /silent HTTP/1.1\r\n\r\n");  // the first connection is in
+    ASSERT_TRUE(waitUntil([&] { return server.calls == 1; }));
+    RawClient waiting = RawClient(server.port);
+    ASSERT_TRUE(waitUntil([&] { return server.open == 3; }));
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit full = {static_cast<rlim_t>(*openDescriptors().rbegin() + 2), limit.rlim_max};
+    RawClient next(server.port);  // may still take the last descriptor
+    setrlimit(RLIMIT_NOFILE, &full);
+    const int filler = dup(0);
+    mg_log_level = MG_LL_NONE;
+    const int rounds = server.rounds;
+    const uint64_t start = mg_millis();
+    ASSERT_TRUE(waitUntil([&] { return mg_millis() > start + 300; }));
+    EXPECT_LT(server.rounds - rounds, 60);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    ::close(filler);
+    next.send("GET /echo HTTP/1.1\r\n\r\n");
+    EXPECT_EQ(next.reply().status(), 200);
+}
+
+TEST(Descriptors, AreNotInheritedByScripts) {
+    const std::set<int> before = openDescriptors();
+    HttpServer server("/tmp", nullptr);
+    RawClient client(server.port);
+    std::ofstream("/tmp/large.bin") << std::string(8000000, 'x');
+    client.send("GET /large.bin HTTP/1.1\r\n\r\n");
+    ASSERT_TRUE(waitUntil([&] { return server.calls == 1; }));
+    const std::set<int> during = openDescriptors();
+    EXPECT_GE(during.size(), before.size() + 7);  // loop 3, listener, both ends, file
+    for (const int fd : during) {
+        if (!before.contains(fd)) {
+            EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << fd;
+        }
+    }
+}
+
+TEST(Listening, FailsQuietlyOnAPortInUseAndBindsAgainAtOnce) {
+    mg_mgr manager;
+    mg_mgr_init(&manager);
+    mg_log_level = MG_LL_NONE;
+    for (int restart = 0; restart < 3; ++restart) {
+        HttpServer server;
+        EXPECT_EQ(mg_http_listen(&manager, server.url().c_str(), nullptr, nullptr), nullptr);
+        EXPECT_EQ(get(server, "/echo", "Connection: close\r\n").status(), 200);
+    }
+    for (const char *url : {"http://no.such.host:1", "http://127.0.0.1:70000", "http://:x", ""}) {
+        EXPECT_EQ(mg_http_listen(&manager, url, nullptr, nullptr) != nullptr, *url == '\0') << url;
+    }
+    mg_mgr_free(&manager);
+}
+
+}  // namespace
