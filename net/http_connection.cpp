@@ -37,6 +37,8 @@ void HttpConnection::adopt(Descriptor descriptor) {
     socket.assign(boost::asio::ip::tcp::v4(), descriptor.number());
     descriptor.release();
     socket.non_blocking(true);  // else Asio waits where the socket would not
+    socket.set_option(boost::asio::ip::tcp::no_delay(true));
+    socket.set_option(socket_t::keep_alive(true));
     await(socket, socket_t::wait_read, readable);
 }
 

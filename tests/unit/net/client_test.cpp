@@ -1,52 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <functional>
 #include <string>
-#include <thread>
-#include <vector>
+#include <utility>
 
 #include "tests/unit/net/http_peer.h"
 
 namespace {
-
-// Accepts one client, reads its request, hands the socket to `act` and closes it.
-class OneShotServer {
-public:
-    explicit OneShotServer(std::function<void(int)> action)
-        : act(std::move(action)), listener(socket(AF_INET, SOCK_STREAM, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof(address);
-        bind(listener, reinterpret_cast<sockaddr *>(&address), length);
-        listen(listener, 1);
-        getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length);
-        url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/image?a=b";
-        thread = std::thread([this] {
-            const int client = accept(listener, nullptr, nullptr);
-            char bytes[1000];
-            request.assign(bytes, static_cast<size_t>(recv(client, bytes, sizeof(bytes), 0)));
-            act(client);
-            close(client);
-        });
-    }
-    ~OneShotServer() {
-        thread.join();
-        close(listener);
-    }
-
-    std::string url;
-    std::string request;  // complete once the client has seen the end
-
-private:
-    std::function<void(int)> act;
-    int listener;
-    std::thread thread;
-};
 
 // What a fetch was told, as text: "connect", "reply:BODY", "error", "close".
 struct Fetch {
@@ -86,37 +47,27 @@ struct Fetch {
 
 TEST(Client, TellsAWholeReplyFromABrokenOne) {
     mg_log_level = MG_LL_NONE;
-    const struct {
-        const char *name, *reply;
-        bool reset;
-        const char *events;
-    } rows[] = {
-        {"counted", "HTTP/1.0 200 OK\r\nContent-Length: 4\r\n\r\nJPEG", false, "reply:JPEG close"},
-        {"status is not looked at", "HTTP/1.1 404 No\r\nContent-Length: 1\r\n\r\nx", false,
-         "reply:x close"},
-        {"chunked", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nab\r\n0\r\n\r\n",
-         false, "reply:ab close"},
-        {"until the end", "HTTP/1.0 200 OK\r\n\r\nJPEG", false, "reply:JPEG close"},
-        {"until a reset", "HTTP/1.0 200 OK\r\n\r\nJPEG", true, "error close"},
-        {"cut body", "HTTP/1.0 200 OK\r\nContent-Length: 50\r\n\r\nJPEG", false, "error close"},
-        {"cut head", "HTTP/1.0 200 OK\r\nContent-Le", false, "error close"},
-        {"cut chunks", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nab\r\n", false,
-         "error close"},
-        {"nothing", "", false, "error close"},
-        {"garbage", "SSH-2.0-x\r\n\r\n", false, "error close"},
-        {"too much", "HTTP/1.0 200 OK\r\nContent-Length: 3145729\r\n\r\n", false, "error close"},
+    const std::string ok = "HTTP/1.1 200 OK\r\n";
+    const std::string chunked = ok + "Transfer-Encoding: chunked\r\n\r\n2\r\nab\r\n";
+    const std::pair<std::string, const char *> rows[] = {
+        {ok + "Content-Length: 4\r\n\r\nJPEG", "reply:JPEG close"},
+        {"HTTP/1.0 404 No\r\nContent-Length: 1\r\n\r\nx", "reply:x close"},
+        {chunked + "0\r\n\r\n", "reply:ab close"},
+        {"HTTP/1.0 200 OK\r\n\r\nJPEG", "reply:JPEG close"},
+        {ok + "Content-Length: 50\r\n\r\nJPEG", "error close"},
+        {ok + "Content-Le", "error close"},
+        {chunked, "error close"},
+        {"", "error close"},
+        {"SSH-2.0-x\r\n\r\n", "error close"},
+        {ok + "Content-Length: 3145729\r\n\r\n", "error close"},
     };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
-        OneShotServer server([&](int client) {
-            send(client, row.reply, strlen(row.reply), MSG_NOSIGNAL);
-            const linger at_once{row.reset ? 1 : 0, 0};
-            setsockopt(client, SOL_SOCKET, SO_LINGER, &at_once, sizeof(at_once));
-        });
-        Fetch fetch{server.url};
+    for (const auto &[reply, events] : rows) {
+        SCOPED_TRACE(reply);
+        HttpServer server;
+        server.raw_reply = reply;
+        Fetch fetch{server.url() + "/raw"};
         fetch.run();
-        EXPECT_EQ(fetch.events, std::string("connect ") + row.events);
-        EXPECT_EQ(server.request, "GET /image?a=b HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n");
+        EXPECT_EQ(fetch.events, std::string("connect ") + events);
     }
 }
 

@@ -55,6 +55,9 @@ void HttpServer::onRequest(mg_connection *c, mg_http_message *request) {
         mg_printf(c, "HTTP/1.0 200 OK\r\nContent-Length: %lu\r\n\r\n", 4UL);
         mg_send(c, "JPEG\r\n", 6);
         c->is_draining = 1;
+    } else if (is("/raw")) {
+        mg_send(c, raw_reply.data(), raw_reply.size());
+        c->is_draining = 1;
     } else if (is("/throw")) {
         throw std::runtime_error("a route failed");
     } else if (is("/calls")) {

@@ -10,7 +10,8 @@
 
 // A listener on a free port of 127.0.0.1. Its routes: /echo returns the body, /big 400,000
 // bytes, /silent nothing; /thumb sends text without mg_http_reply and drains; /throw throws,
-// /calls tells how many requests there were; anything else is served from `root`.
+// /raw sends `raw_reply` and drains, /calls tells how many requests there were; anything else is
+// served from `root`.
 class HttpServer {
 public:
     explicit HttpServer(std::string root = "/web_root", mg_fs *files = &mg_fs_packed);
@@ -21,6 +22,7 @@ public:
     std::atomic<int> rounds = 0;  // of mg_mgr_poll, counted by the listener's MG_EV_POLL
     std::atomic<int> calls = 0;   // requests that reached the handler
     std::atomic<int> open = 0;    // connections, the listener too
+    std::string raw_reply;        // set before the first request
     unsigned short port = 0;      // fixed at construction
 
 private:
