@@ -63,10 +63,13 @@ test("the walk ends at the first missing section and steps over a missing key", 
             live, { srtMsRcvBuf: "187", byteRcvBuf: "285160", byteAvailRcvBuf: "11.534336" }],
         ["time of zero with a stream", { ...changed, time: 0 }, { rate: 12.5, time: yellow }, { statsTime: "0s", connectedTime: "Connected 0s" }],
     ];
+    const open = await openPage(t);
+    let messages = [];
+    open.page.on("console", (message) => messages.push(message.text()));
     for (const [name, stats, expected, cells] of rows) {
-        const open = await openPage(t);
-        const messages = [];
-        open.page.on("console", (message) => messages.push(message.text()));
+        open.unit.replies["/api/stats"] = liveStats;
+        await open.poll();
+        messages = [];
         open.unit.replies["/api/stats"] = stats;
         await open.poll();
         assert.deepEqual(await open.texts(Object.keys(cells)), cells, name);
@@ -164,7 +167,6 @@ test("a server that never answers is lost after three seconds", async (t) => {
 test("offline, the loops slow down, send nothing and clear the picture", async (t) => {
     const open = await openPage(t, { consoleErrors: [failedRequest] });
     await open.page.context().setOffline(true);
-    await open.page.evaluate(() => { window.passes = 0; });
     const points = async () => (await open.chart("bpsGraph")).data.filter((value) => value === 0).length;
     const [sent, before] = [open.unit.requests.length, await points()];
     await open.run(1000);
