@@ -6,7 +6,7 @@ const rules = {
     "no-shadow": "error",
     "no-undef": "error",
     "no-unused-vars": ["error", { argsIgnorePattern: "^_" }],
-    "no-use-before-define": ["error", { functions: false, variables: false }],
+    "no-use-before-define": ["error", { functions: false, classes: false, variables: false }],
     "no-var": "error",
     "prefer-const": "error",
 };

@@ -850,7 +850,21 @@ function hideDialog(shown) {
     modalOf(shown).hide();
 }
 
+// Past the last button comes the first again; the browser's own controls,
+// which would come next, are outside what Bootstrap watches.
+function keepTabInside(box, event) {
+    if (event.key !== "Tab") return;
+    const stops = box.find("button:enabled").get();
+    const [first, last] = [stops[0], stops.at(-1)];
+    const leaving = event.shiftKey ? [box[0], first] : [last];
+    if (leaving.includes(document.activeElement)) {
+        event.preventDefault();
+        (event.shiftKey ? last : first).focus();
+    }
+}
+
 function armDialog(shown) {
+    shown.box.on("keydown", (event) => keepTabInside(shown.box, event));
     // Nothing may hold the focus inside a dialog that leaves the page.
     shown.box.on("hide.bs.modal", () => document.activeElement?.blur());
     shown.box.on("hidden.bs.modal", () => {

@@ -1,0 +1,191 @@
+// The settings form: addresses into fields, fields into addresses, history.
+import assert from "node:assert/strict";
+import { test } from "node:test";
+import { failedRequest, openPage } from "./fixture.mjs";
+import { HANG, decoderCaps, encoderCaps, raw, uris } from "./scripted_unit.mjs";
+
+const fieldIds = ["primaryEnable", "primaryMode", "primaryAddress", "primaryPort", "primaryLatency", "primaryID",
+    "primaryEncryption", "primaryEncryptionKey", "rcvbuf", "fcBuf"];
+const setUris = (open) => open.unit.posts("/api/cfg/set").at(-1).uris;
+const load = (open, reply) => {
+    open.unit.replies["/api/cfg/get"] = reply;
+    return open.page.evaluate(() => window.loadForm()).then(() => open.settle());
+};
+const applyAndSettle = async (open) => {
+    await open.page.click("#setStream");
+    await open.settle();
+};
+const changedLook = async (open) => [await open.style("#setStream", "background-color") === "rgb(0, 159, 214)",
+    await open.visible("#clearStreamChanges")];
+
+test("an address loads into its fields", async (t) => {
+    const open = await openPage(t, { replies: { "/api/cfg/get": raw("", { status: 500 }) }, consoleErrors: [failedRequest] });
+    assert.equal((await open.fields(["primaryPort"])).primaryPort, "9000");
+    for (const [name, uri, expected] of [
+        ["every key", "srt://h.example:5000?fc=25600&latency=200&mode=caller&passphrase=0123456789&pbkeylen=32&rcvbuf=8000000&streamid=a",
+            ["true", "caller", "h.example", "5000", "200", "a", "32", "0123456789", "8", "25600"]],
+        ["no buffer, no flight: these stay", "srt://h.example:5001?mode=caller",
+            ["true", "caller", "h.example", "5001", "", "", "0", "", "8", "25600"]],
+        ["a listener's address, a fraction of a megabyte", "srt://10.0.0.1:5000?mode=listener&sndbuf=1500000",
+            ["true", "listener", "0.0.0.0", "5000", "", "", "0", "", "1.5", "25600"]],
+        ["no mode: the rule for the last one runs", "srt://10.0.0.1:80?passphrase=unused",
+            ["true", "listener", "0.0.0.0", "", "", "", "0", "", "1.5", "25600"]],
+        ["a bare address", "srt://", ["true", "listener", "0.0.0.0", "0", "", "", "0", "", "1.5", "25600"]],
+        ["a key length without a key", "srt://h:1?mode=caller&pbkeylen=16", ["true", "caller", "h", "1", "", "", "16", "", "1.5", "25600"]],
+        ["a key length that the list lacks", "srt://h:1?mode=caller&pbkeylen=24", ["true", "caller", "h", "1", "", "", "24", "", "1.5", "25600"]],
+    ]) {
+        await load(open, uris(uri, "srt://", [true, false]));
+        assert.deepEqual(Object.values(await open.fields(fieldIds)), expected, name);
+        assert.deepEqual(await changedLook(open), [false, false], name);
+        await open.page.press("#primaryAddress", "Shift");
+        assert.deepEqual(await changedLook(open), [false, false], `${name}, a key pressed`);
+    }
+});
+
+test("Apply builds both addresses, each in its own order", async (t) => {
+    const open = await openPage(t, { replies: { "/api/caps": encoderCaps } });
+    const all = "fc=9&latency=120&mode=listener&passphrase=0123456789&pbkeylen=16&rcvbuf=2300000&streamid=s&x=1";
+    await load(open, uris(`srt://h:1?${all}`, `srt://h:2?${all}`, [true, false]));
+    await applyAndSettle(open);
+    assert.deepEqual(setUris(open), [
+        { idx: 0, enable: true, uri: "srt://0.0.0.0:1?mode=listener&streamid=s&latency=120&fc=9&sndbuf=2300000&pbkeylen=16&passphrase=0123456789" },
+        { idx: 1, enable: false, uri: "srt://0.0.0.0:2?mode=listener&streamid=s&latency=120&pbkeylen=16&passphrase=0123456789&fc=9&sndbuf=2300000" },
+    ]);
+});
+
+test("what is typed goes into the address as typed", async (t) => {
+    const open = await openPage(t, { replies: { "/api/cfg/get": uris("srt://h:1?mode=caller") } });
+    const base = "srt://h:1?mode=caller";
+    for (const [name, fields, uri] of [
+        ["an ampersand", [["primaryID", "a&b=c"]], `${base}&streamid=a&b=c`],
+        ["a buffer that is no number", [["rcvbuf", "big"]], `${base}&rcvbuf=NaN`],
+        ["an empty key", [["primaryEncryption", "32"]], `${base}&pbkeylen=32&passphrase=`],
+        ["a listener turned back: hidden field and address stay", [["primaryMode", "listener"], ["fcBuf", "7"], ["primaryMode", "caller"]],
+            "srt://0.0.0.0:1?mode=caller&fc=7"],
+    ]) {
+        for (const [id, value] of fields) await open.set(id, value);
+        await applyAndSettle(open);
+        assert.equal(setUris(open)[0].uri, uri, name);
+        for (const id of ["rcvbuf", "primaryID"]) await open.set(id, "");
+        await open.set("primaryEncryption", "0");
+    }
+});
+
+test("hidden fields follow mode, encryption and platform", async (t) => {
+    const open = await openPage(t, { replies: { "/api/cfg/get": uris("srt://h:1?mode=caller") } });
+    const seen = async () => Promise.all(["#fcBufContainer", "#primaryEncryptionKeyContainer", "#togglePassword"]
+        .map((selector) => open.visible(selector)));
+    assert.deepEqual(await seen(), [false, false, false]);
+    await open.page.selectOption("#primaryMode", "listener");
+    await open.page.selectOption("#primaryEncryption", "16");
+    assert.deepEqual(await seen(), [true, true, true]);
+    const eye = async () => [await open.page.getAttribute("#primaryEncryptionKey", "type"),
+        (await open.style("#togglePassword", "background-image")).match(/visibility\w*/)[0]];
+    assert.deepEqual(await eye(), ["password", "visibility"]);
+    await open.page.click("#togglePassword");
+    assert.deepEqual(await eye(), ["text", "visibility_off"]);
+
+    const other = await openPage(t, { replies: { "/api/caps": { ...decoderCaps, platform: "other" } } });
+    await applyAndSettle(other);
+    assert.doesNotMatch(setUris(other)[0].uri, /pbkeylen/);
+    assert.equal(await other.visible("#primaryEncryptionContainer"), false);
+    assert.equal(await other.text("ip1"), "ETH0 IP:");
+});
+
+test("changes light Apply up; Clear takes them back", async (t) => {
+    const open = await openPage(t, { replies: { "/api/cfg/get": uris("srt://h:1?mode=caller&pbkeylen=16&passphrase=0123456789") } });
+    const loaded = await open.fields(fieldIds);
+    await open.page.fill("#primaryLatency", "300");
+    await open.page.press("#primaryLatency", "End");
+    await open.page.selectOption("#primaryMode", "listener");
+    await open.page.selectOption("#primaryEncryption", "0");
+    assert.deepEqual(await changedLook(open), [true, true]);
+    await open.page.click("#clearStreamChanges");
+    assert.deepEqual(await open.fields(fieldIds), loaded);
+    assert.deepEqual(await changedLook(open), [false, false]);
+    assert.equal(await open.visible("#primaryEncryptionKeyContainer"), true);
+    await open.page.fill("#primaryLatency", "300");
+    await open.page.press("#primaryLatency", "End");
+    await open.page.fill("#primaryLatency", "");
+    await open.page.press("#primaryLatency", "End");
+    assert.deepEqual(await changedLook(open), [false, false], "typed back by hand");
+});
+
+test("Apply counts as unchanged before any reply, and a failure says so", async (t) => {
+    const open = await openPage(t, { consoleErrors: [failedRequest] });
+    await open.set("primaryLatency", "345");
+    open.unit.replies["/api/cfg/set"] = HANG;
+    await open.page.click("#setStream");
+    assert.deepEqual(await changedLook(open), [false, false]);
+    assert.deepEqual(await open.nextToast(() => open.run(3000)),
+        ["Set Stream", "Failed: Settings not applied. Please try again", "error"]);
+    assert.equal((await open.fields(["primaryLatency"])).primaryLatency, "345");
+    assert.deepEqual(await changedLook(open), [false, false]);
+    assert.equal(await open.page.$("#primaryStreamHistoryContainer select"), null);
+});
+
+test("Enter in a field neither reloads the page nor applies", async (t) => {
+    const open = await openPage(t);
+    await open.page.evaluate(() => { window.alive = true; });
+    for (const id of ["primaryAddress", "backupPort", "primaryEncryptionKey"]) await open.page.press(`#${id}`, "Enter");
+    assert.equal(await open.page.evaluate(() => window.alive), true);
+    assert.deepEqual(open.unit.posts("/api/cfg/set"), []);
+});
+
+const historyOf = (open, row) => open.page.evaluate((name) =>
+    [...document.querySelectorAll(`#${name}StreamHistoryContainer option`)].map((option) => option.text), row);
+const stored = (open, row) => open.page.evaluate((name) => JSON.parse(localStorage.getItem(`${name}StreamHistory`)), row);
+
+test("history appends what is new, shows ten and may store eleven", async (t) => {
+    const old = Array.from({ length: 12 }, (_, i) => `srt://old:${i}?mode=caller`);
+    const open = await openPage(t, { storage: { primaryStreamHistory: JSON.stringify(old), backupStreamHistory: "no json" },
+        replies: { "/api/cfg/get": uris("srt://h:1?mode=caller", "srt://b:2?mode=caller") } });
+    assert.deepEqual(await historyOf(open, "primary"), ["History", ...old.slice(2)]);
+    assert.deepEqual(await historyOf(open, "backup"), []);
+    await applyAndSettle(open);
+    assert.deepEqual(await stored(open, "primary"), [...old.slice(2), "srt://h:1?mode=caller"]);
+    assert.deepEqual(await historyOf(open, "primary"), ["History", ...old.slice(3), "srt://h:1?mode=caller"]);
+    assert.deepEqual(await stored(open, "backup"), ["srt://b:2?mode=caller"]);
+    await applyAndSettle(open);
+    assert.equal((await stored(open, "primary")).length, 11, "the same address again");
+});
+
+test("a choice posts one record with the row's Enable, by mouse or by keyboard", async (t) => {
+    const entries = ["srt://one:1?mode=caller", "srt://two:2?mode=caller"];
+    const open = await openPage(t, { storage: { backupStreamHistory: JSON.stringify(entries) } });
+    const select = "#backupStreamHistoryContainer select";
+    await open.set("backupEnable", "false");
+    await open.page.selectOption(select, entries[1]);
+    await open.settle();
+    assert.deepEqual(open.unit.posts("/api/cfg/set"), [{ uris: [{ idx: 1, enable: false, uri: entries[1] }] }]);
+    assert.equal(await open.page.inputValue(select), "");
+
+    await open.page.focus(select);
+    await open.page.press(select, "ArrowDown");
+    await open.page.press(select, "ArrowDown");
+    await open.page.press(select, "ArrowUp");
+    assert.equal(open.unit.posts("/api/cfg/set").length, 1, "arrows only browse");
+    await open.page.press(select, "Enter");
+    await open.settle();
+    assert.deepEqual(open.unit.posts("/api/cfg/set").at(-1).uris[0].uri, entries[0]);
+    assert.equal(await open.page.evaluate(() => document.activeElement.matches("#backupStreamHistoryContainer select")), true);
+});
+
+test("addresses become text in toast and history, never markup", async (t) => {
+    const evil = "srt://h:1?mode=caller&streamid=<img src=x onerror=alert(1)>";
+    const open = await openPage(t, { storage: { primaryStreamHistory: JSON.stringify([evil, 7, null]) },
+        replies: { "/api/cfg/get": uris("srt://h:1?mode=caller", "srt://b:2?mode=caller") } });
+    assert.deepEqual(await historyOf(open, "primary"), ["History", evil, "7", "null"]);
+    await open.page.fill("#primaryID", "<img src=x onerror=alert(1)>");
+    const [title, markup] = await open.nextToast(() => open.page.click("#setStream"));
+    assert.deepEqual([title, markup], ["Set Stream", "Succeeded!<br>Primary: srt://h:1?mode=caller&amp;streamid=&lt;img src=x onerror=alert(1)&gt;"
+        + "<br>Backup: srt://b:2?mode=caller"]);
+});
+
+test("a refused status is a failure and any body of a good one will do", async (t) => {
+    const open = await openPage(t, { consoleErrors: [failedRequest] });
+    for (const [reply, status] of [[raw("", { status: 500 }), "error"], [raw("not json", { type: "application/json" }), "success"]]) {
+        open.unit.replies["/api/cfg/set"] = reply;
+        assert.equal((await open.nextToast(() => open.page.click("#setStream")))[2], status);
+    }
+});
