@@ -81,7 +81,7 @@ void ApiHandler::run() {
     Listener listener(manager, *this);
     ThumbnailSource thumbnail_source(parts.thumbnails);
     api_words.thumbnail_source = &thumbnail_source;
-    while (!stop) {
+    while (!stop && stop_flag == 0) {  // so that its last wait runs beside the pump's
         listener.ensure();
         mg_mgr_poll(&manager, kPollMs);
         checkRoute();

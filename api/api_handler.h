@@ -57,7 +57,8 @@ public:
     // whatever the store did with them.
     bool setCfg(const std::string &text);
 
-    // The API thread's work, until the destructor raises the stop byte.
+    // The API thread's work, until the destructor raises the stop byte or the whole process
+    // is asked to end.
     void run();
 
     const ApiParts parts;  // fixed at construction

@@ -75,6 +75,8 @@ TEST(Lifecycle, StartFailsInOrderWhereItCannotGoOn) {
          [](CallShim &shim) { shim.fail_malloc_of = 1'316'000; }},
         {"unit's socket", "### Unable to create socket: Too many open files",
          [](CallShim &shim) { shim.fail_in[kShimSocket] = 1; }},
+        {"API thread", "Could not start the API thread: Resource temporarily unavailable",
+         [](CallShim &shim) { shim.fail_in[kShimOwnThread] = 1; }},
         {"SRT library", "Could not start the SRT library",
          [](CallShim &shim) { shim.fail_in[kShimSrtStartup] = 1; }},
     };
@@ -131,7 +133,7 @@ TEST(Lifecycle, StreamRunsWithoutStatisticsWhenTheirThreadCannotStart) {
     sim::SrtSender sender(5000);
     sim::UdpSink unit;
     ShimmedDaemon daemon({.primary = sender.uri()},
-                         [](CallShim &shim) { shim.fail_in[kShimOwnThread] = 1; });
+                         [](CallShim &shim) { shim.fail_in[kShimOwnThread] = 2; });
     EXPECT_TRUE(waitUntil([&] { return unit.datagrams() > 100; }));
     EXPECT_EQ(daemon->countLines(": Stats thread could not be started"), 2);
     EXPECT_EQ(daemon->countLines("mon_thread_entry"), 0);

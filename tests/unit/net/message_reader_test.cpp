@@ -77,7 +77,7 @@ TEST(MessageReader, GivesTheSameVerdictHoweverTheBytesCome) {
 TEST(MessageReader, ShowsTheFirstThirtyFieldsAndTheUriUndecoded) {
     std::string request = "get /a%20b?q=1?2 HTTP/1.1\r\n";
     for (int i = 0; i < 40; ++i) {
-        request += "H" + std::to_string(i) + ":  v \r\n";
+        request.append("H").append(std::to_string(i)).append(":  v \r\n");
     }
     std::string input = request + "\r\nrest";
     const auto reader = net::makeRequestReader();
