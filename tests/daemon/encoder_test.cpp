@@ -226,8 +226,8 @@ TEST_F(Encoder, StopsPromptlyInTheMiddleOfAFrozenFarEnd) {
 
 TEST_F(Encoder, LossyLinkIsMadeGood) {
     sim::LossyRelay link({.port = 5003, .target_port = 5000, .loss_percent = 5, .delay = 100ms});
-    SrtReceiver far_end({.port = 5000, .latency_ms = 1000});
-    Daemon daemon({.primary = "srt://127.0.0.1:5003?mode=caller&latency=1000", .product = "WX-1"});
+    SrtReceiver far_end({.port = 5000, .latency_ms = 3000});
+    Daemon daemon({.primary = "srt://127.0.0.1:5003?mode=caller&latency=3000", .product = "WX-1"});
     ASSERT_TRUE(waitUntil([&] { return far_end.received().messages > 1000; }, 20s));
     EXPECT_GT(link.lost(), 20U);
     EXPECT_EQ(far_end.received().sources[ingress.id()].lost, 0U);
