@@ -1,18 +1,10 @@
-// The web root inside the executable, and the two lookups by which the HTTP
-// layer's packed file system reads it. All of it is read-only.
-#include "tools/asset_record.h"
+#include "tools/packed_assets.h"
 
+#include <cstdint>
 #include <cstring>
-#include <ctime>
 #include <iterator>
 
-extern "C" {
-// What the HTTP layer calls; it does not know who defines them.
-const char *mg_unpack(const char *path, size_t *size, time_t *mtime);
-const char *mg_unlist(size_t no);
-
-extern const unsigned char packed_bytes[];
-}
+extern "C" const unsigned char packed_bytes[];
 
 // The assembler copies the bytes in: no compiler has to read a megabyte of text.
 asm(".pushsection .rodata\n"
@@ -23,6 +15,13 @@ asm(".pushsection .rodata\n"
 
 namespace {
 
+struct asset_record {
+    const char *name;  // null ends the table
+    const unsigned char *data;
+    std::uint32_t size;  // content length plus one: the zero byte counts
+    std::int32_t mtime;  // the source file's, in seconds since the epoch
+};
+
 const asset_record kAssets[] = {
 #include "packed_assets.inc"
     {nullptr, nullptr, 0, 0}};
@@ -31,9 +30,12 @@ const asset_record kAssets[] = {
 
 const char *mg_unpack(const char *path, size_t *size, time_t *mtime) {
     for (const asset_record *asset = kAssets; asset->name != nullptr; ++asset) {
-        if (std::strcmp(asset->name, path) != 0) continue;
-        if (size != nullptr) *size = asset->size - 1;
-        if (mtime != nullptr) *mtime = asset->mtime;
+        if (std::strcmp(asset->name, path) != 0)
+            continue;
+        if (size != nullptr)
+            *size = asset->size - 1;
+        if (mtime != nullptr)
+            *mtime = asset->mtime;
         return reinterpret_cast<const char *>(asset->data);
     }
     return nullptr;

@@ -1,0 +1,90 @@
+#include "tools/packed_assets.h"
+
+#include <cstring>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <string>
+#include <sys/stat.h>
+
+namespace {
+
+std::string readFile(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+TEST(PackedAssets, StandInTheirOrder) {
+    const char *const names[] = {"favicon",
+                                 "index.html",
+                                 "main.css",
+                                 "main.js",
+                                 "readme.txt",
+                                 "static",
+                                 "favicon/android-chrome-192x192.png",
+                                 "favicon/android-chrome-512x512.png",
+                                 "favicon/apple-touch-icon.png",
+                                 "favicon/favicon-16x16.png",
+                                 "favicon/favicon-32x32.png",
+                                 "favicon/favicon.ico",
+                                 "favicon/site.webmanifest",
+                                 "static/bootstrap.bundle.min.js",
+                                 "static/bootstrap-icons.css",
+                                 "static/bootstrap-icons.woff",
+                                 "static/bootstrap-icons.woff2",
+                                 "static/bootstrap.min.css",
+                                 "static/chart.js",
+                                 "static/copyIcon.svg",
+                                 "static/jquery-3.7.1.min.js",
+                                 "static/jquery.cookie.js",
+                                 "static/logo.png",
+                                 "static/modern-normalize.min.css",
+                                 "static/simple-notify.css",
+                                 "static/simple-notify.min.js",
+                                 "static/thumbnail-placeholder.svg",
+                                 "static/Qorbi_Eye_5p.png",
+                                 "static/visibility_off.svg",
+                                 "static/visibility.svg"};
+    for (size_t i = 0; i < std::size(names); ++i) {
+        EXPECT_EQ(mg_unlist(i), "/web_root/" + std::string(names[i]));
+    }
+    EXPECT_EQ(mg_unlist(std::size(names)), nullptr);
+    EXPECT_EQ(mg_unlist(1000), nullptr);
+}
+
+TEST(PackedAssets, HoldWhatTheStagedFilesHold) {
+    for (size_t i = 0; mg_unlist(i) != nullptr; ++i) {
+        SCOPED_TRACE(mg_unlist(i));
+        const std::string staged =
+            TIDEWELL_STAGED_ROOT + std::string(mg_unlist(i)).substr(std::strlen("/web_root"));
+        struct stat status {};
+        ASSERT_EQ(stat(staged.c_str(), &status), 0);
+        size_t size = 1;
+        time_t mtime = 0;
+        const char *data = mg_unpack(mg_unlist(i), &size, &mtime);
+        ASSERT_NE(data, nullptr);
+        EXPECT_EQ(data[size], '\0');
+        if (S_ISDIR(status.st_mode)) {
+            EXPECT_EQ(size, 0U);
+        } else {
+            EXPECT_GT(size, 0U);
+            EXPECT_TRUE(std::string(data, size) == readFile(staged));
+            EXPECT_EQ(mtime, status.st_mtime);
+        }
+    }
+}
+
+TEST(PackedAssets, AreFoundByTheirWholeNameOnly) {
+    for (const char *name : {"/web_root", "/web_root/", "/web_root/static/", "/web_root/main",
+                             "/web_root/main.jsx", "web_root/main.js", "/web_root/MAIN.JS", ""}) {
+        SCOPED_TRACE(name);
+        size_t size = 77;
+        time_t mtime = 78;
+        EXPECT_EQ(mg_unpack(name, &size, &mtime), nullptr);
+        EXPECT_EQ(size, 77U);
+        EXPECT_EQ(mtime, 78);
+    }
+    EXPECT_NE(mg_unpack("/web_root/main.js", nullptr, nullptr), nullptr);
+}
+
+}  // namespace
