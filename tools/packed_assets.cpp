@@ -23,7 +23,7 @@ struct asset_record {
 };
 
 const asset_record kAssets[] = {
-#include "packed_assets.inc"
+#include "tools/packed_assets.inc"
     {nullptr, nullptr, 0, 0}};
 
 }  // namespace
