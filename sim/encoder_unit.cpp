@@ -54,7 +54,8 @@ void EncoderUnit::lookForNews() {
     const auto commands = driver.commands();
     for (; commands_told < commands.size(); ++commands_told) {
         // Without the NUL that one of the two commands ends in.
-        addNews(std::string("Route command: ") + commands[commands_told].bytes.c_str());
+        const std::string &bytes = commands[commands_told].bytes;
+        addNews("Route command: " + bytes.substr(0, bytes.find('\0')));
     }
 }
 

@@ -140,8 +140,8 @@ std::string WebServer::uploadsPage() const {
     std::string page = "<html><head><title>Index of /uploads/</title></head><body>\n"
                        "<h1>Index of /uploads/</h1><hr><pre><a href=\"../\">../</a>\n";
     for (const auto &[name, content] : uploads) {
-        page +=
-            "<a href=\"" + name + "\">" + name + "</a>  " + std::to_string(content.size()) + "\n";
+        page.append("<a href=\"").append(name).append("\">").append(name).append("</a>  ");
+        page.append(std::to_string(content.size())).append("\n");
     }
     return page + "</pre><hr></body></html>\n";
 }
