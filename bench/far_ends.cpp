@@ -1,0 +1,192 @@
+#include "bench/far_ends.h"
+
+#include <array>
+#include <chrono>
+#include <ctime>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include "bench/stamp.h"
+#include "sim/clock.h"
+#include "sim/system_error.h"
+
+namespace bench {
+namespace {
+
+constexpr int kUnitPort = 9261;
+constexpr int kSinkBufferBytes = 64 << 20;
+constexpr int kPipeBytes = 1 << 20;
+constexpr auto kSinkPause = std::chrono::milliseconds(1);
+constexpr auto kIdlePause = std::chrono::milliseconds(20);
+
+// Else the kernel rounds each sleep of this thread up by 50 microseconds.
+void wakePunctually() {
+    prctl(PR_SET_TIMERSLACK, 1UL);
+}
+
+std::int64_t nanoseconds(const timespec &time) {
+    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
+// What to take from CLOCK_REALTIME to have CLOCK_MONOTONIC.
+std::int64_t realtimeLead() {
+    timespec realtime{};
+    clock_gettime(CLOCK_REALTIME, &realtime);
+    return nanoseconds(realtime) - static_cast<std::int64_t>(sim::monotonicNs());
+}
+
+}  // namespace
+
+SrtSender::SrtSender(Role role, int port, int latency_ms, std::uint64_t rate_mbit)
+    : far(role, port, latency_ms), rate(rate_mbit), worker([this] { run(); }) {}
+
+SrtSender::~SrtSender() {
+    stop = true;
+    worker.join();
+}
+
+void SrtSender::run() {
+    wakePunctually();
+    if (!far.meet(stop)) {
+        return;
+    }
+    connected = true;
+    while (rate == 0 && !stop) {
+        std::this_thread::sleep_for(kIdlePause);
+    }
+    Payload payload{};
+    Metronome metronome(rate == 0 ? 1 : rate);
+    for (std::uint64_t sequence = 0; !stop; ++sequence) {
+        metronome.wait();
+        putStamp(payload, {sequence, sim::monotonicNs()});
+        if (srt_send(far.get(), payload.data(), static_cast<int>(payload.size())) == SRT_ERROR) {
+            return;
+        }
+    }
+}
+
+SrtReceiver::SrtReceiver(Role role, int port, int latency_ms, Recorder &into)
+    : far(role, port, latency_ms), recorder(into), worker([this] { run(); }) {}
+
+SrtReceiver::~SrtReceiver() {
+    stop = true;
+    worker.join();
+}
+
+void SrtReceiver::run() {
+    if (!far.meet(stop)) {
+        return;
+    }
+    connected = true;
+    std::array<char, 1500> message{};
+    while (!stop) {
+        const int bytes = srt_recvmsg(far.get(), message.data(), static_cast<int>(message.size()));
+        if (bytes > 0) {
+            recorder.take(message.data(), static_cast<std::size_t>(bytes), sim::monotonicNs());
+        } else if (srt_getlasterror(nullptr) != SRT_EASYNCRCV &&
+                   srt_getlasterror(nullptr) != SRT_ETIMEOUT) {
+            return;
+        }
+    }
+}
+
+UdpSink::UdpSink(Recorder &into)
+    : fd(sim::check(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket")), recorder(into) {
+    const int yes = 1;
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(kUnitPort);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    setsockopt(fd.get(), SOL_SOCKET, SO_RCVBUFFORCE, &kSinkBufferBytes, sizeof kSinkBufferBytes);
+    sim::check(setsockopt(fd.get(), SOL_SOCKET, SO_TIMESTAMPNS, &yes, sizeof yes), "time stamps");
+    sim::check(bind(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address),
+               "bind the unit's input");
+    worker = std::thread([this] { run(); });
+}
+
+UdpSink::~UdpSink() {
+    stop = true;
+    worker.join();
+}
+
+void UdpSink::run() {
+    while (!stop) {
+        if (!drain()) {
+            std::this_thread::sleep_for(kSinkPause);
+        }
+    }
+}
+
+// False if nothing was there.
+bool UdpSink::drain() {
+    std::array<char, 1500> datagram;
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(timespec))> control;
+    const std::int64_t lead = realtimeLead();
+    for (bool any = false;; any = true) {
+        iovec part{datagram.data(), datagram.size()};
+        msghdr message{};
+        message.msg_iov = &part;
+        message.msg_iovlen = 1;
+        message.msg_control = control.data();
+        message.msg_controllen = control.size();
+        const ssize_t bytes = recvmsg(fd.get(), &message, MSG_DONTWAIT);
+        if (bytes < 0) {
+            return any;
+        }
+        timespec arrival{};
+        if (const cmsghdr *stamp = CMSG_FIRSTHDR(&message); stamp != nullptr) {
+            std::memcpy(&arrival, CMSG_DATA(stamp), sizeof arrival);
+        }
+        recorder.take(datagram.data(), static_cast<std::size_t>(bytes),
+                      static_cast<std::uint64_t>(nanoseconds(arrival) - lead));
+    }
+}
+
+FifoWriter::FifoWriter(std::uint64_t rate_mbit) {
+    openDevice();
+    if (rate_mbit > 0) {
+        worker = std::thread([this, rate_mbit] { run(rate_mbit); });
+    }
+}
+
+FifoWriter::~FifoWriter() {
+    stop = true;
+    if (worker.joinable()) {
+        worker.join();
+    }
+}
+
+void FifoWriter::run(std::uint64_t rate_mbit) {
+    wakePunctually();
+    for (Metronome metronome(rate_mbit); !stop;) {
+        metronome.wait();
+        writeUnit();
+    }
+}
+
+void FifoWriter::writeUnit() {
+    Payload payload{};
+    putStamp(payload, {sequence, sim::monotonicNs()});
+    [[maybe_unused]] const ssize_t written = write(fd.get(), payload.data(), payload.size());
+    ++sequence;
+}
+
+void FifoWriter::closeDevice() {
+    fd.reset();
+}
+
+// For reading and writing, so that it opens whether or not a reader is there.
+void FifoWriter::openDevice() {
+    if (mkfifo(kDevicePath, 0600) == -1 && errno != EEXIST) {
+        sim::throwErrno(kDevicePath);
+    }
+    fd = sim::FileDescriptor(
+        sim::check(open(kDevicePath, O_RDWR | O_NONBLOCK | O_CLOEXEC), kDevicePath));
+    fcntl(fd.get(), F_SETPIPE_SZ, kPipeBytes);
+}
+
+}  // namespace bench

@@ -1,0 +1,33 @@
+// One program moving one stream for some seconds, measured.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "bench/contender.h"
+#include "bench/recorder.h"
+
+namespace bench {
+
+struct StreamResult {
+    double cpu_s_per_gb = 0;     // user and system, per 10^9 bytes that arrived
+    double median_us = 0;        // added latency: arrival - sending - configured latency
+    double p99_us = 0;
+    std::uint64_t payloads = 0;  // that arrived
+    std::uint64_t lost = 0;
+    double resident_mib = 0;     // at the end
+};
+
+// A port that no earlier run has used: a socket of libsrt lives on for a while.
+int freshPort();
+
+// Called with the program in the middle of its stream.
+using Visit = std::function<void(const Contender &)>;
+
+// `job.port` is overridden. The stream has run for a while before the measurement
+// starts, so that nothing of the start shows in it.
+// Errors: std::runtime_error if no data comes or the program ends.
+StreamResult runStream(Program program, Job job, std::uint64_t rate_mbit, double seconds,
+                       const Visit &visit = nullptr);
+
+}  // namespace bench
