@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
+#include <random>
 
 #include "sim/clock.h"
 
@@ -23,7 +25,8 @@ constexpr std::uint64_t kRateSpanNs = 500'000'000;
 constexpr std::size_t kHeaderBytes = 4;
 constexpr std::size_t kPesHeaderBytes = 6;
 constexpr std::size_t kMarkAt = kHeaderBytes + kPesHeaderBytes;
-constexpr std::size_t kSequenceAt = kMarkAt + 4;
+constexpr std::size_t kRunAt = kMarkAt + 4;
+constexpr std::size_t kSequenceAt = kRunAt + 4;
 constexpr std::size_t kSendTimeAt = kSequenceAt + 8;
 constexpr std::size_t kFillerAt = kSendTimeAt + 8;
 constexpr std::size_t kFillerBytes = kPacketBytes - kFillerAt;
@@ -107,8 +110,10 @@ std::uint32_t pidOf(const std::uint8_t *packet) {
 
 }  // namespace
 
+// The first packets are media: they tell the checker of the new run before a table does.
 TsGenerator::TsGenerator(std::uint32_t id, std::uint64_t rate)
-    : source_id(id & kIdMask), rate_bps(std::max<std::uint64_t>(rate, 1)) {}
+    : source_id(id & kIdMask), rate_bps(std::max<std::uint64_t>(rate, 1)),
+      run(std::random_device()()), packets_made(2) {}
 
 void TsGenerator::fill(std::uint8_t *out, std::size_t packets) {
     const std::uint64_t now_ns = monotonicNs();
@@ -121,6 +126,21 @@ void TsGenerator::fill(std::uint8_t *out, std::size_t packets) {
         } else {
             writeMedia(packet, now_ns);
         }
+    }
+}
+
+void TsGenerator::fillBytes(std::uint8_t *out, std::size_t bytes) {
+    const std::size_t left = std::min(rest.size(), bytes);
+    std::copy_n(rest.begin(), left, out);
+    rest.erase(rest.begin(), rest.begin() + static_cast<std::ptrdiff_t>(left));
+    const std::size_t whole = (bytes - left) / kPacketBytes;
+    fill(out + left, whole);
+    const std::size_t done = left + whole * kPacketBytes;
+    if (done < bytes) {
+        rest.resize(kPacketBytes);
+        fill(rest.data(), 1);
+        std::copy_n(rest.begin(), bytes - done, out + done);
+        rest.erase(rest.begin(), rest.begin() + static_cast<std::ptrdiff_t>(bytes - done));
     }
 }
 
@@ -154,6 +174,7 @@ void TsGenerator::writeMedia(std::uint8_t *out, std::uint64_t now_ns) {
     putBigEndian(out + kHeaderBytes, 0x000001BF, 4);
     putBigEndian(out + kHeaderBytes + 4, kPacketBytes - kMarkAt, 2);
     std::copy(kMark.begin(), kMark.end(), out + kMarkAt);
+    putBigEndian(out + kRunAt, run, 4);
     putBigEndian(out + kSequenceAt, sequence, 8);
     putBigEndian(out + kSendTimeAt, now_ns, 8);
     std::memcpy(out + kFillerAt, fillerOf(sequence), kFillerBytes);
@@ -161,6 +182,7 @@ void TsGenerator::writeMedia(std::uint8_t *out, std::uint64_t now_ns) {
 }
 
 TsChecker::TsChecker(TsCounters &target) : counters(target), sources(kSourceCount) {
+    new (&counters) TsCounters{};
     counters.last_source = kNoSource;
     carry.reserve(2 * kPacketBytes);
 }
@@ -235,8 +257,8 @@ bool TsChecker::takePacket(const std::uint8_t *packet, std::uint64_t arrival_ns)
         if (std::memcmp(packet + kMarkAt, kMark.data(), kMark.size()) != 0) {
             return false;
         }
-        checkContinuity(id, 2, packet);
         takeMedia(id, packet, arrival_ns);
+        checkContinuity(id, 2, packet);
         return true;
     default:
         return false;
@@ -245,13 +267,16 @@ bool TsChecker::takePacket(const std::uint8_t *packet, std::uint64_t arrival_ns)
 
 void TsChecker::takeMedia(std::uint32_t id, const std::uint8_t *packet, std::uint64_t arrival_ns) {
     const std::uint64_t sequence = getBigEndian(packet + kSequenceAt, 8);
+    const auto run = static_cast<std::uint32_t>(getBigEndian(packet + kRunAt, 4));
     SourceCounters &totals = counters.sources[id];
     if (std::memcmp(packet + kFillerAt, fillerOf(sequence), kFillerBytes) != 0) {
         add(totals.corrupt, 1);
     }
     if (totals.packets == 0) {
         totals.first_arrival_ns = arrival_ns;
-        sources[id].next_sequence = sequence;
+    }
+    if (totals.packets == 0 || sources[id].run != run) {
+        beginRun(id, run, sequence);
     }
     countSequence(id, sequence);
     add(totals.packets, 1);
@@ -259,13 +284,23 @@ void TsChecker::takeMedia(std::uint32_t id, const std::uint8_t *packet, std::uin
     counters.last_source.store(id, std::memory_order_relaxed);
     if (!latency_taken) {
         latency_taken = true;
-        const std::uint64_t latency_ns = arrival_ns - getBigEndian(packet + kSendTimeAt, 8);
-        const std::size_t place = counters.latencies.load(std::memory_order_relaxed);
-        counters.latency_ns[place % kLatencySamples].store(
-            static_cast<std::uint32_t>(std::min<std::uint64_t>(latency_ns, 0xFFFFFFFF)),
-            std::memory_order_relaxed);
-        add(counters.latencies, 1);
+        countLatency(arrival_ns - getBigEndian(packet + kSendTimeAt, 8));
     }
+}
+
+void TsChecker::beginRun(std::uint32_t id, std::uint32_t run, std::uint64_t sequence) {
+    sources[id] = Source{};
+    sources[id].run = run;
+    sources[id].next_sequence = sequence;
+    add(counters.sources[id].runs, 1);
+}
+
+void TsChecker::countLatency(std::uint64_t latency_ns) {
+    const std::size_t place = counters.latencies.load(std::memory_order_relaxed);
+    counters.latency_ns[place % kLatencySamples].store(
+        static_cast<std::uint32_t>(std::min<std::uint64_t>(latency_ns, 0xFFFFFFFF)),
+        std::memory_order_relaxed);
+    add(counters.latencies, 1);
 }
 
 void TsChecker::countSequence(std::uint32_t id, std::uint64_t sequence) {

@@ -4,7 +4,8 @@
 // counters, and between them a private stream whose packets carry the source's id, a
 // 64-bit sequence number, the time of sending and a filler that follows from the
 // number. Each source has PIDs of its own, so that several can follow one another on
-// one wire without their continuity counters mixing.
+// one wire without their continuity counters mixing; and each run of a source has a
+// number of its own, so that a source that was restarted counts as no loss.
 #pragma once
 
 #include <array>
@@ -26,6 +27,8 @@ public:
 
     // Fills `packets` x 188 bytes; one time of sending holds for all of them.
     void fill(std::uint8_t *out, std::size_t packets);
+    // The same stream in pieces that need not end where a packet does.
+    void fillBytes(std::uint8_t *out, std::size_t bytes);
 
 private:
     void writeTables(std::uint8_t *out);
@@ -34,10 +37,12 @@ private:
 
     const std::uint32_t source_id;
     const std::uint64_t rate_bps;
-    std::uint64_t packets_made = 0;
+    const std::uint32_t run;  // a random number that tells this generator's life from others
+    std::uint64_t packets_made;
     std::uint64_t sequence = 0;
     std::uint8_t table_counter = 0;  // of the PAT and of the PMT alike
     std::uint8_t media_counter = 0;
+    std::vector<std::uint8_t> rest;  // of the packet that the last fillBytes() cut
 };
 
 // Takes a stream message by message, puts packets together that messages cut, and
@@ -55,6 +60,7 @@ private:
 
     struct Source {
         std::array<int, 3> counter = {-1, -1, -1};  // of the PAT, the PMT and the media
+        std::uint32_t run = 0;
         std::uint64_t next_sequence = 0;
         std::bitset<kReorderWindow> seen;  // index = sequence number modulo the window
     };
@@ -65,7 +71,9 @@ private:
     std::size_t takePackets(const std::uint8_t *at, std::size_t bytes, std::uint64_t arrival_ns);
     bool takePacket(const std::uint8_t *packet, std::uint64_t arrival_ns);
     void takeMedia(std::uint32_t id, const std::uint8_t *packet, std::uint64_t arrival_ns);
+    void beginRun(std::uint32_t id, std::uint32_t run, std::uint64_t sequence);
     void countSequence(std::uint32_t id, std::uint64_t sequence);
+    void countLatency(std::uint64_t latency_ns);
     void checkContinuity(std::uint32_t id, std::size_t pid_kind, const std::uint8_t *packet);
 
     TsCounters &counters;

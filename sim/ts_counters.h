@@ -31,6 +31,7 @@ inline void add(Counter &counter, std::uint64_t amount) {
 // late counts as lost until then and as reordered afterwards.
 struct SourceCounters {
     Counter packets;
+    Counter runs;  // lives of the generator; a new one counts as no loss
     Counter lost;
     Counter reordered;
     Counter duplicates;

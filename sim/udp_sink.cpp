@@ -1,0 +1,56 @@
+#include "sim/udp_sink.h"
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+
+#include <array>
+
+#include "sim/clock.h"
+#include "sim/system_error.h"
+
+namespace sim {
+namespace {
+
+constexpr int kReceiveBuffer = 8 * 1024 * 1024;
+constexpr timeval kStopCheck{0, 50'000};
+
+FileDescriptor bindLoopback(std::uint16_t port) {
+    FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    check(socket.get(), "open the decoder input");
+    // Forced where the rights suffice: the test must not lose what the product sent.
+    if (setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer,
+                   sizeof kReceiveBuffer) != 0) {
+        setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof kReceiveBuffer);
+    }
+    setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &kStopCheck, sizeof kStopCheck);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    check(bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address),
+          "bind the decoder input to port " + std::to_string(port));
+    return socket;
+}
+
+}  // namespace
+
+UdpSink::UdpSink(std::uint16_t port)
+    : socket(bindLoopback(port)), counters(std::make_unique<TsCounters>()), checker(*counters),
+      thread([this] { run(); }) {}
+
+UdpSink::~UdpSink() {
+    stop = true;
+    thread.join();
+}
+
+void UdpSink::run() {
+    std::array<std::uint8_t, 65536> datagram{};
+    while (!stop) {
+        const ssize_t bytes = recv(socket.get(), datagram.data(), datagram.size(), 0);
+        if (bytes >= 0) {
+            checker.take(datagram.data(), static_cast<std::size_t>(bytes), monotonicNs());
+        }
+    }
+}
+
+}  // namespace sim

@@ -1,0 +1,90 @@
+#include "config/stream_uri.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// What a record holds, in one text: every field and every option.
+std::string fieldsOf(const StreamUri &uri) {
+    std::string text = uri.scheme + "|" + uri.userinfo + "|" + uri.host + "|" +
+                       std::to_string(uri.port) + "|" + uri.path + "|";
+    for (const auto &[key, value] : uri.options) {
+        text += key + "=" + value + ";";
+    }
+    return text;
+}
+
+TEST(StreamUri, ParsesAndRenders) {
+    const struct {
+        const char *name, *text, *fields, *rendered;
+    } rows[] = {
+        {"typical, keys sorted", "srt://10.0.0.1:9000?mode=caller&latency=200",
+         "srt||10.0.0.1|9000||latency=200;mode=caller;",
+         "srt://10.0.0.1:9000?latency=200&mode=caller"},
+        {"all parts", "srt://me:pw@h:1/a//b?x=1#gone", "srt|me:pw|h|1|/a//b|x=1;",
+         "srt://me:pw@h:1/a//b?x=1"},
+        {"first of equal keys", "srt://h:1?a=1&a=2", "srt||h|1||a=1;", "srt://h:1?a=1"},
+        {"key without value", "srt://h:1?flag", "srt||h|1||flag=;", "srt://h:1?flag"},
+        {"scheme alone", "srt://", "srt|||0||", "srt://"},
+        {"no port", "srt://h", "srt||h|0||", "srt://h"},
+        {"IPv6 literal", "srt://[::1]:9000", "srt||::1|9000||", "srt://[::1]:9000"},
+        {"plus is a blank", "srt://h:1?a=b+c%2Bd", "srt||h|1||a=b c+d;", "srt://h:1?a=b c+d"},
+        {"streamid is decoded twice", "srt://h:1?streamid=a%2541", "srt||h|1||streamid=aA;",
+         "srt://h:1?streamid=aA"},
+        {"its second decoding spares plus", "srt://h:1?streamid=a%2Bb", "srt||h|1||streamid=a+b;",
+         "srt://h:1?streamid=a+b"},
+        {"streamid without value is dropped", "srt://h:1?streamid&a=1", "srt||h|1||a=1;",
+         "srt://h:1?a=1"},
+        {"empty streamid stands", "srt://h:1?streamid=", "srt||h|1||streamid=;",
+         "srt://h:1?streamid"},
+        {"other keys are decoded once", "srt://h:1?passphrase=a%2541", "srt||h|1||passphrase=a%41;",
+         "srt://h:1?passphrase=a%41"},
+        {"ampersand is not escaped", "srt://h:1?a=b%26c", "srt||h|1||a=b&c;", "srt://h:1?a=b&c"},
+        {"percent sequence cut short", "srt://h:1?streamid=a%254", "srt||h|1||streamid=a%4;",
+         "srt://h:1?streamid=a%4"},
+        {"port out of range is kept", "srt://h:70000", "srt||h|70000||", "srt://h:70000"},
+        {"port too long", "srt://h:99999999999", "srt||h|2147483647||", "srt://h:2147483647"},
+        {"no scheme", "h:1", "h|||0|/1|", "h:///1"},
+        {"empty text", "", "|||0||", "://"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        StreamUri uri;
+        EXPECT_EQ(parseStreamUri(row.text, uri), 0);
+        EXPECT_EQ(fieldsOf(uri), row.fields);
+        EXPECT_EQ(renderStreamUri(uri), row.rendered);
+        EXPECT_FALSE(uri.enable);
+    }
+}
+
+TEST(StreamUri, RefusesWhatIsNoUriAndLeavesTheRecordAlone) {
+    for (const char *text : {"srt://[::1:5000", "srt://h:x", "srt://a b:1", "srt://h:1?a=%zz",
+                             "srt://h:1?a=%4", "://", "%"}) {
+        SCOPED_TRACE(text);
+        StreamUri uri;
+        uri.host = "before";
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(parseStreamUri(text, uri), 1);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), "bad uri " + std::string(text) + "\n");
+        EXPECT_EQ(uri.host, "before");
+    }
+}
+
+TEST(StreamUri, PrintsEveryOptionAsReceived) {
+    StreamUri uri;
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(parseStreamUri("srt://h:1?streamid=x%2541&b=1&b=2&c", uri), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "streamid=xA\nb=1\nb=2\nc=\n");
+}
+
+TEST(StreamUri, TakesAStreamIdOfAnyLength) {
+    std::string text = "srt://h:1?streamid=";
+    for (int i = 0; i < 5000; ++i) {
+        text += "%2541";
+    }
+    StreamUri uri;
+    ASSERT_EQ(parseStreamUri(text, uri), 0);
+    EXPECT_EQ(uri.options["streamid"], std::string(5000, 'A'));
+}
+
+}  // namespace
