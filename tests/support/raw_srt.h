@@ -1,0 +1,79 @@
+// A bare libsrt socket inside the test's own process: a far end whose every step the
+// test decides. Ports are on the loopback.
+#pragma once
+
+#include <srt/srt.h>
+
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include <arpa/inet.h>
+
+struct SrtLibraryForTest {
+    SrtLibraryForTest() {
+        srt_startup();
+        srt_setloglevel(LOG_CRIT);
+    }
+    ~SrtLibraryForTest() { srt_cleanup(); }
+};
+
+class RawSrt {
+public:
+    explicit RawSrt(SRTSOCKET taken = srt_create_socket()) : sock(taken) {}
+    RawSrt(RawSrt &&other) noexcept : sock(std::exchange(other.sock, SRT_INVALID_SOCK)) {}
+    RawSrt &operator=(RawSrt &&) = delete;
+    ~RawSrt() { close(); }
+
+    template <typename Value>
+    void set(SRT_SOCKOPT option, const Value &value) {
+        srt_setsockopt(sock, 0, option, &value, sizeof value);
+    }
+    void set(SRT_SOCKOPT option, const std::string &value) {
+        srt_setsockopt(sock, 0, option, value.data(), static_cast<int>(value.size()));
+    }
+    int get(SRT_SOCKOPT option) const {
+        int value = -1;
+        int size = sizeof value;
+        srt_getsockopt(sock, 0, option, &value, &size);
+        return value;
+    }
+    bool listen(std::uint16_t port) {
+        const sockaddr_in address = loopback(port);
+        return srt_bind(sock, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&
+               srt_listen(sock, 4) == 0;
+    }
+    RawSrt accept() { return RawSrt(srt_accept(sock, nullptr, nullptr)); }
+    bool connect(std::uint16_t port) {
+        const sockaddr_in address = loopback(port);
+        return srt_connect(sock, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+    }
+    bool send(const std::string &message) {
+        return srt_send(sock, message.data(), static_cast<int>(message.size())) ==
+               static_cast<int>(message.size());
+    }
+    // The next message; empty if there is none and the socket says so.
+    std::string receive() {
+        std::string message(1500, '\0');
+        const int size = srt_recvmsg(sock, message.data(), static_cast<int>(message.size()));
+        message.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+        return message;
+    }
+    void close() {
+        if (sock != SRT_INVALID_SOCK) {
+            srt_close(std::exchange(sock, SRT_INVALID_SOCK));
+        }
+    }
+    SRTSOCKET id() const { return sock; }
+
+private:
+    static sockaddr_in loopback(std::uint16_t port) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        return address;
+    }
+
+    SRTSOCKET sock;
+};

@@ -1,0 +1,93 @@
+#include "endpoints/mon_thread.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+
+#include "core/shared/log_ring.h"
+#include "core/shared/shared_words.h"
+#include "endpoints/proxy_srt.h"
+#include "tests/support/files.h"
+#include "tests/unit/fake_clock.h"
+
+extern "C" time_t time(time_t *) noexcept {
+    return static_cast<time_t>(fake_clock::now_us / 1'000'000);
+}
+
+extern "C" unsigned sleep(unsigned seconds) {
+    fake_clock::sleepFor(std::uint64_t{seconds} * 1'000'000);
+    return 0;
+}
+
+namespace {
+
+// Notes at which second of the stream it was asked for what.
+class NotingEndpoint : public proxy_srt_t {
+public:
+    void update_stats(StatsDocument *, std::uint32_t clear) override {
+        samples += std::to_string(second()) + (clear == 0 ? " " : "! ");
+    }
+    void clear_stats(StatsDocument *) override { ++clears; }
+    int status_line(std::string *line) override {
+        asked += std::to_string(second()) + " ";
+        *line = "line at " + std::to_string(second());
+        return second() < silent_until ? 0 : 1;
+    }
+    static long second() { return time(nullptr) - 1000; }
+
+    std::string samples, asked;
+    int clears = 0;
+    long silent_until = 0;
+};
+
+class MonThread : public testing::Test {
+protected:
+    void runFor(long seconds) {
+        fake_clock::now_us = 1'000'000'000;
+        fake_clock::slept = [&, seconds](std::uint64_t) {
+            if (NotingEndpoint::second() >= seconds) {
+                args.stop = 1;
+            }
+        };
+        EXPECT_EQ(mon_thread_entry(&args), nullptr);
+    }
+
+    NotingEndpoint endpoint;
+    LogRing log{10};
+    MonitorArgs args{.endpoint = &endpoint, .log = &log, .stats = nullptr};
+};
+
+TEST_F(MonThread, SamplesEveryTwoSecondsBetweenTwoClearings) {
+    testing::internal::CaptureStdout();
+    runFor(7);
+    EXPECT_EQ(testing::internal::GetCapturedStdout().substr(0, 20), "mon_thread_entry: E\n");
+    EXPECT_EQ(endpoint.samples, "2 4 6 ");
+    EXPECT_EQ(endpoint.clears, 2);
+}
+
+TEST_F(MonThread, LogsTheFirstLineAfterSixSecondsThenEvery301) {
+    runFor(620);
+    EXPECT_EQ(endpoint.asked, "6 307 608 ");
+    EXPECT_NE(readFile("/tmp/proxy.log").find(": line at 608\n"), std::string::npos);
+}
+
+TEST_F(MonThread, LineThatIsDueWithoutAClientIsLostNotLate) {
+    endpoint.silent_until = 300;
+    runFor(400);
+    EXPECT_EQ(endpoint.asked, "6 307 ");
+    EXPECT_EQ(readFile("/tmp/proxy.log").find("line at 6\n"), std::string::npos);
+}
+
+TEST_F(MonThread, ShortStreamShowsNothing) {
+    runFor(2);
+    EXPECT_EQ(endpoint.samples, "");
+    EXPECT_EQ(endpoint.clears, 2);
+}
+
+TEST_F(MonThread, StopFlagOfTheProcessEndsItToo) {
+    stop_flag = 1;
+    runFor(1000);
+    EXPECT_EQ(NotingEndpoint::second(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,138 @@
+// The endpoints without SRT: UDP both ways and the file input.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "endpoints/file_input.h"
+#include "endpoints/payload.h"
+#include "endpoints/udp_input.h"
+#include "endpoints/udp_output.h"
+#include "tests/support/files.h"
+
+namespace {
+
+constexpr int kPort = 9261;
+const char *const kPipe = "/tmp/device";
+
+int openDescriptors() {
+    int count = 0;
+    for ([[maybe_unused]] const auto &entry :
+         std::filesystem::directory_iterator("/proc/self/fd")) {
+        ++count;
+    }
+    return count;
+}
+
+TEST(Udp, DatagramArrivesWholeAndALoneSenderNoticesNothing) {
+    const int before = openDescriptors();
+    {
+        udp_output_t output("127.0.0.1", kPort);
+        const std::string unit(kPayloadBytes, 'd');
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(output.write(unit.data(), unit.size()), kPayloadBytes);
+        }
+        udp_input_t input("127.0.0.1", kPort, nullptr);
+        EXPECT_EQ(output.write(unit.data(), unit.size()), kPayloadBytes);
+        char buffer[2000];
+        EXPECT_EQ(input.read(buffer, sizeof buffer), kPayloadBytes);
+        EXPECT_EQ(output.write(buffer, 0), 0);
+        EXPECT_EQ(input.read(buffer, sizeof buffer), 0);
+        EXPECT_EQ(input.read(buffer, sizeof buffer), -2);
+    }
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(Udp, ReceiverJoinsAGroupOnTheGivenInterface) {
+    testing::internal::CaptureStdout();
+    udp_input_t input("239.1.2.3", kPort, "127.0.0.1");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Addded multicast group 239.1.2.3 on 127.0.0.1\n");
+    udp_output_t unicast("127.0.0.1", kPort);  // the wildcard address is bound
+    unicast.write("x", 1);
+    char buffer[10];
+    EXPECT_EQ(input.read(buffer, sizeof buffer), 1);
+}
+
+TEST(Udp, ReceiverThatCannotBeMadeThrowsAndLeavesNothingOpen) {
+    const int before = openDescriptors();
+    EXPECT_THROW(udp_input_t("192.0.2.1", kPort, nullptr), int);
+    testing::internal::CaptureStderr();
+    EXPECT_THROW(udp_input_t("10.0.0.1", kPort, "127.0.0.1"), int);  // no group address
+    EXPECT_EQ(testing::internal::GetCapturedStderr().substr(0, 29),
+              "Adding multicast group error:");
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+class FileInput : public testing::Test {
+protected:
+    FileInput() {
+        EXPECT_EQ(mkfifo(kPipe, 0600), 0);
+        writer = open(kPipe, O_RDWR);
+    }
+    ~FileInput() override { close(writer); }
+    void deliver(std::size_t bytes) {
+        const std::string units(bytes, 'u');
+        EXPECT_EQ(write(writer, units.data(), bytes), static_cast<ssize_t>(bytes));
+    }
+
+    int writer;
+    char buffer[8000];
+};
+
+TEST_F(FileInput, ReadsWholeUnitsOrWhatThereIs) {
+    file_input_t input(kPipe);
+    const struct {
+        std::size_t delivered, length;
+        ssize_t result;
+    } rows[] = {
+        {4000, 2000, 1316}, {0, 8000, 2684}, {5264, 5264, 5264}, {100, 1316, 100}, {100, 1315, -2},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.length);
+        deliver(row.delivered);
+        EXPECT_EQ(input.read(buffer, row.length), row.result);
+    }
+}
+
+TEST_F(FileInput, SilenceIsToldAfterASecondAndAnEndOrErrorAtOnce) {
+    file_input_t input(kPipe);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(input.read(buffer, sizeof buffer), -2);
+    const auto silence = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(silence, std::chrono::milliseconds(990));
+    close(writer);
+    EXPECT_EQ(input.read(buffer, sizeof buffer), -2);  // no writer: end of file
+
+    file_input_t directory("/tmp");  // every read of it fails
+    EXPECT_EQ(directory.read(buffer, sizeof buffer), -2);
+    writer = open(kPipe, O_RDWR);
+}
+
+TEST_F(FileInput, DataThatComesAfterSilenceIsHandedUpAtOnce) {
+    file_input_t input(kPipe);
+    std::thread later([&] { deliver(1316); });
+    EXPECT_EQ(input.read(buffer, sizeof buffer), 1316);
+    later.join();
+}
+
+TEST_F(FileInput, MissingDeviceIsToldAndDescriptorZeroCountsAsClosed) {
+    testing::internal::CaptureStderr();
+    EXPECT_THROW(file_input_t("/dev/rt_ingress4"), int);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "file not found: /dev/rt_ingress4");
+    const int kept = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    {
+        file_input_t zero(kPipe);
+        deliver(1316);
+        EXPECT_EQ(zero.read(buffer, sizeof buffer), -1);
+    }
+    dup2(kept, STDIN_FILENO);
+    close(kept);
+}
+
+}  // namespace

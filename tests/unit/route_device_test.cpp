@@ -1,0 +1,110 @@
+#include "device/route_device.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include "sim/route_driver.h"
+#include "sim/wait_until.h"
+#include "tests/support/files.h"
+
+namespace {
+
+const std::string kUp = std::string("service 3 active=1 cbr=0 drop=all add=all ethdev=eth1 "
+                                    "ipdaddr=0.0.0.0 udpdport=2000 fpkts=7 rttype=usr cbr=0 "
+                                    "ipttl=7 iptos=0  rtp=0 fpkts=7") +
+                        '\0';
+const std::string kDown =
+    "service 3 active=0 cbr=0 pat=0 drop=all ethdev=eth1 ethsrc=00:00:00:00:00:00 "
+    "ethdst=00:00:00:00:00:00 ipsaddr=0.0.0.0 ipdaddr=0.0.0.0 udpsport=2000 udpdport=2000 "
+    "fpkts=7 rttype=eth";
+
+class RouteDeviceTest : public testing::Test {
+protected:
+    // The commands so far, once there are `count`.
+    std::vector<std::string> commands(std::size_t count) {
+        sim::waitUntil([&] { return driver.commands().size() >= count; });
+        std::vector<std::string> texts;
+        for (const auto &command : driver.commands()) {
+            texts.push_back(command.bytes);
+        }
+        return texts;
+    }
+
+    sim::RouteDriver driver;
+};
+
+TEST_F(RouteDeviceTest, RouteGoesUpAtTheStartAndDownAtTheEnd) {
+    openlog("t", LOG_PERROR, LOG_USER);
+    testing::internal::CaptureStderr();
+    {
+        const RouteDevice route(3);
+        EXPECT_EQ(route.ingressPath(), "/dev/rt_ingress4");
+        EXPECT_EQ(commands(1), std::vector{kUp});
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "t: Updating route 3\n");
+    EXPECT_EQ(commands(2), (std::vector{kUp, kDown}));
+}
+
+TEST_F(RouteDeviceTest, LostRouteIsSentAgain) {
+    const RouteDevice route(3);
+    const struct {
+        const char *name, *report;
+        bool sends;
+    } rows[] = {
+        {"route alone", "[0003] usr\n", false},
+        {"route among others", "[0001] eth\n[0003]\n[0004] eth\n", false},
+        {"route without line end", "[0001]\n[0003]", false},
+        {"others only", "[0001] eth\n[0030] usr\n", true},
+        {"not at the line's beginning", " [0003] usr\n", true},
+        {"empty", "", true},
+    };
+    std::size_t sent = commands(1).size();
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        writeFile("/dev/rt_stat", row.report);
+        route.ensureRoute();
+        sent += row.sends ? 1 : 0;
+        EXPECT_EQ(commands(sent).size(), sent);
+    }
+    std::filesystem::remove("/dev/rt_stat");
+    route.ensureRoute();
+    EXPECT_EQ(commands(sent + 1).size(), sent + 1);
+}
+
+TEST(RouteDeviceWithoutDriver, IsNoError) {
+    testing::internal::CaptureStdout();
+    { const RouteDevice route(3); }
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "encoder not on this plat\n");
+}
+
+// A device that takes only a part: a file on a full disk.
+TEST(RouteDeviceWithoutDriver, HalfACommandThrowsGoingUpAndIsOnlyToldGoingDown) {
+    std::filesystem::create_directory("/tmp/full");
+    ASSERT_EQ(mount("none", "/tmp/full", "tmpfs", 0, "size=4k"), 0);
+    writeFile("/tmp/full/rt_cmd", std::string(4090, 'x'));
+    std::filesystem::create_symlink("/tmp/full/rt_cmd", "/dev/rt_cmd");
+    // The write begins at the file's start, so the room that is left lies behind it.
+    ASSERT_EQ(truncate("/tmp/full/rt_cmd", 0), 0);
+    writeFile("/tmp/full/rest", std::string(8192, 'x'));
+    testing::internal::CaptureStdout();
+    EXPECT_THROW(RouteDevice(3), int);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Write error\n");
+
+    std::filesystem::remove("/tmp/full/rest");
+    testing::internal::CaptureStdout();
+    {
+        const RouteDevice route(3);
+        ASSERT_EQ(truncate("/tmp/full/rt_cmd", 0), 0);
+        writeFile("/tmp/full/rest", std::string(8192, 'x'));
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Write error2\n");
+}
+
+}  // namespace
