@@ -1,14 +1,11 @@
 #include "bench/contender.h"
 
-#include <csignal>
 #include <ctime>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 
 #include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "bench/far_ends.h"
 
@@ -49,30 +46,14 @@ std::vector<std::string> commandLine(Program program, const Job &job) {
     return words;
 }
 
-// As execve wants them. Requires: `words` outlives the result.
-std::vector<char *> pointers(std::vector<std::string> &words) {
-    std::vector<char *> list;
-    for (std::string &word : words) {
-        list.push_back(word.data());
-    }
-    list.push_back(nullptr);
-    return list;
-}
-
-pid_t spawn(std::vector<std::string> words, std::vector<std::string> environment) {
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, kOutputPath,
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    pid_t pid = -1;
-    const int error = posix_spawn(&pid, words[0].c_str(), &actions, nullptr,
-                                  pointers(words).data(), pointers(environment).data());
-    posix_spawn_file_actions_destroy(&actions);
-    if (error != 0) {
-        throw std::runtime_error("cannot start " + words[0]);
-    }
-    return pid;
+sim::ProcessOptions processOptions(Program program, const Job &job, int output) {
+    sim::ProcessOptions options;
+    options.command = commandLine(program, job);
+    options.env = std::vector<std::string>{std::string("PROXY_CFG=") + kSettingsPath,
+                                           job.encoder ? "PRODUCT=WX" : "PRODUCT=WQ"};
+    options.out = output;
+    options.err = output;
+    return options;
 }
 
 }  // namespace
@@ -101,28 +82,21 @@ const char *nameOf(Program program) {
     return "";
 }
 
-Contender::Contender(Program program, const Job &job) {
-    writeSettings(job);
-    pid = spawn(commandLine(program, job), {std::string("PROXY_CFG=") + kSettingsPath,
-                                            job.encoder ? "PRODUCT=WX" : "PRODUCT=WQ"});
-}
-
-Contender::~Contender() {
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-}
+Contender::Contender(Program program, const Job &job)
+    : output(open(kOutputPath, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)),
+      process((writeSettings(job), processOptions(program, job, output.get()))) {}
 
 double Contender::cpuSeconds() const {
     clockid_t clock = 0;
     timespec spent{};
-    if (clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &spent) != 0) {
-        throw std::runtime_error("the program under test has ended");
+    if (clock_getcpuclockid(pid(), &clock) != 0 || clock_gettime(clock, &spent) != 0) {
+        fail("the program has ended");
     }
     return static_cast<double>(spent.tv_sec) + static_cast<double>(spent.tv_nsec) / 1e9;
 }
 
 double Contender::residentMib() const {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    std::ifstream status("/proc/" + std::to_string(pid()) + "/status");
     for (std::string word; status >> word;) {
         if (word == "VmRSS:") {
             double kib = 0;
@@ -130,12 +104,13 @@ double Contender::residentMib() const {
             return kib / 1024;
         }
     }
-    throw std::runtime_error("the program under test has ended");
+    fail("the program has ended");
 }
 
-std::string Contender::output() {
-    std::ifstream file(kOutputPath);
-    return {std::istreambuf_iterator<char>(file), {}};
+void Contender::fail(const std::string &what) {
+    std::ifstream log(kOutputPath);
+    const std::string words{std::istreambuf_iterator<char>(log), {}};
+    throw std::runtime_error(what + "; it said:\n" + words);
 }
 
 }  // namespace bench

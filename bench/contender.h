@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include <sys/types.h>
-
 #include "bench/far_socket.h"
+#include "sim/child_process.h"
+#include "sim/file_descriptor.h"
 
 namespace bench {
 
@@ -20,29 +20,29 @@ struct Job {
 
 enum class Program { daemon, bare, spinning, plain };
 
-// Which of them can do a job beside the daemon: a receiving listener may spin instead of
-// waiting, a sender may run under the ordinary scheduler instead of SCHED_RR.
+// The daemon and what it is compared with: beside the bare loop a receiving listener may
+// spin instead of waiting, a sender may run under the ordinary scheduler instead of SCHED_RR.
 std::vector<Program> programsFor(const Job &job);
 const char *nameOf(Program program);
 
-// Errors: std::runtime_error if the program cannot be started or has ended by itself.
+// Threads: the one that made it. It is killed with its owner, without a shutdown.
+// Errors:  std::system_error if it cannot be started, std::runtime_error with its own
+//          words if it has ended when it is asked about.
 class Contender {
 public:
     Contender(Program program, const Job &job);
-    ~Contender();  // ends it at once, without its own shutdown
-    Contender(const Contender &) = delete;
-    Contender &operator=(const Contender &) = delete;
 
     // Of all its threads, user and system, to the nanosecond.
     [[nodiscard]] double cpuSeconds() const;
     [[nodiscard]] double residentMib() const;
-    [[nodiscard]] pid_t id() const { return pid; }
+    [[nodiscard]] pid_t pid() const { return process.pid(); }
 
-    // What the last one wrote to stdout and stderr.
-    static std::string output();
+    // `what` went wrong, as the exception that tells what the program wrote as well.
+    [[noreturn]] static void fail(const std::string &what);
 
 private:
-    pid_t pid = -1;
+    sim::FileDescriptor output;
+    sim::ChildProcess process;
 };
 
 }  // namespace bench

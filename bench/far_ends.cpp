@@ -2,12 +2,9 @@
 
 #include <array>
 #include <chrono>
-#include <ctime>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 
 #include "bench/stamp.h"
@@ -17,26 +14,12 @@
 namespace bench {
 namespace {
 
-constexpr int kUnitPort = 9261;
-constexpr int kSinkBufferBytes = 64 << 20;
 constexpr int kPipeBytes = 1 << 20;
-constexpr auto kSinkPause = std::chrono::milliseconds(1);
 constexpr auto kIdlePause = std::chrono::milliseconds(20);
 
 // Else the kernel rounds each sleep of this thread up by 50 microseconds.
 void wakePunctually() {
     prctl(PR_SET_TIMERSLACK, 1UL);
-}
-
-std::int64_t nanoseconds(const timespec &time) {
-    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
-}
-
-// What to take from CLOCK_REALTIME to have CLOCK_MONOTONIC.
-std::int64_t realtimeLead() {
-    timespec realtime{};
-    clock_gettime(CLOCK_REALTIME, &realtime);
-    return nanoseconds(realtime) - static_cast<std::int64_t>(sim::monotonicNs());
 }
 
 }  // namespace
@@ -91,58 +74,6 @@ void SrtReceiver::run() {
                    srt_getlasterror(nullptr) != SRT_ETIMEOUT) {
             return;
         }
-    }
-}
-
-UdpSink::UdpSink(Recorder &into)
-    : fd(sim::check(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0), "socket")), recorder(into) {
-    const int yes = 1;
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(kUnitPort);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    setsockopt(fd.get(), SOL_SOCKET, SO_RCVBUFFORCE, &kSinkBufferBytes, sizeof kSinkBufferBytes);
-    sim::check(setsockopt(fd.get(), SOL_SOCKET, SO_TIMESTAMPNS, &yes, sizeof yes), "time stamps");
-    sim::check(bind(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address),
-               "bind the unit's input");
-    worker = std::thread([this] { run(); });
-}
-
-UdpSink::~UdpSink() {
-    stop = true;
-    worker.join();
-}
-
-void UdpSink::run() {
-    while (!stop) {
-        if (!drain()) {
-            std::this_thread::sleep_for(kSinkPause);
-        }
-    }
-}
-
-// False if nothing was there.
-bool UdpSink::drain() {
-    std::array<char, 1500> datagram;
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(timespec))> control;
-    const std::int64_t lead = realtimeLead();
-    for (bool any = false;; any = true) {
-        iovec part{datagram.data(), datagram.size()};
-        msghdr message{};
-        message.msg_iov = &part;
-        message.msg_iovlen = 1;
-        message.msg_control = control.data();
-        message.msg_controllen = control.size();
-        const ssize_t bytes = recvmsg(fd.get(), &message, MSG_DONTWAIT);
-        if (bytes < 0) {
-            return any;
-        }
-        timespec arrival{};
-        if (const cmsghdr *stamp = CMSG_FIRSTHDR(&message); stamp != nullptr) {
-            std::memcpy(&arrival, CMSG_DATA(stamp), sizeof arrival);
-        }
-        recorder.take(datagram.data(), static_cast<std::size_t>(bytes),
-                      static_cast<std::uint64_t>(nanoseconds(arrival) - lead));
     }
 }
 

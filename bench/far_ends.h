@@ -1,6 +1,5 @@
-// The other ends of the program under test, each on a thread of its own: SRT far ends,
-// the unit's UDP input, the route driver's device. They start to work when made and end
-// when destroyed.
+// The other ends of the program under test, each on a thread of its own: SRT far ends and
+// the route driver's device. They start to work when made and end when destroyed.
 #pragma once
 
 #include <atomic>
@@ -53,25 +52,6 @@ private:
     Recorder &recorder;
     std::atomic<bool> stop{false};
     std::atomic<bool> connected{false};
-    std::thread worker;
-};
-
-// The unit's input. A datagram's arrival is the kernel's stamp, taken while the sender
-// is still in its system call: how soon this thread is scheduled plays no part.
-class UdpSink {
-public:
-    explicit UdpSink(Recorder &into);
-    ~UdpSink();
-    UdpSink(const UdpSink &) = delete;
-    UdpSink &operator=(const UdpSink &) = delete;
-
-private:
-    void run();
-    bool drain();
-
-    sim::FileDescriptor fd;
-    Recorder &recorder;
-    std::atomic<bool> stop{false};
     std::thread worker;
 };
 

@@ -1,10 +1,12 @@
 #include "bench/stream_run.h"
 
+#include <chrono>
 #include <memory>
-#include <stdexcept>
+#include <thread>
 
 #include "bench/far_ends.h"
-#include "bench/wait_until.h"
+#include "bench/stamped_socket.h"
+#include "sim/wait_until.h"
 
 namespace bench {
 namespace {
@@ -21,25 +23,57 @@ struct Ends {
             writer = std::make_unique<FifoWriter>(rate_mbit);
             receiver = std::make_unique<SrtReceiver>(far_role, job.port, job.latency_ms, recorder);
         } else {
-            sink = std::make_unique<UdpSink>(recorder);
+            unit = std::make_unique<StampedSocket>(openUnitInput(), kUnitInputHeader, recorder);
             sender = std::make_unique<SrtSender>(far_role, job.port, job.latency_ms, rate_mbit);
         }
     }
 
     std::unique_ptr<FifoWriter> writer;
     std::unique_ptr<SrtReceiver> receiver;
-    std::unique_ptr<UdpSink> sink;
+    std::unique_ptr<StampedSocket> unit;
     std::unique_ptr<SrtSender> sender;
 };
 
-StreamResult summarize(const Window &window, double cpu_s, int latency_ms) {
-    const double configured_us = latency_ms * 1000.0;
-    StreamResult result;
-    result.cpu_s_per_gb = cpu_s / (static_cast<double>(window.bytes) / 1e9);
+void pause(double seconds) {
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+}
+
+// What a tap sees in `seconds`. It is no part of the time in which the CPU is counted,
+// since its copy of each packet is made at the sender's cost.
+Window watchWire(double seconds) {
+    Recorder recorder;
+    const StampedSocket tap(openWireTap(), kWireTapHeader, recorder);
+    pause(seconds);
+    return recorder.endWindow();
+}
+
+void setDelays(StreamResult &result, const Window &window, int configured_ms) {
+    const double configured_us = configured_ms * 1000.0;
+    result.fastest_us = window.delayUs(0.01) - configured_us;
     result.median_us = window.delayUs(0.5) - configured_us;
     result.p99_us = window.delayUs(0.99) - configured_us;
+}
+
+StreamResult measure(const Contender &contender, const Job &job, Recorder &recorder,
+                     double seconds) {
+    recorder.startWindow();
+    const double cpu_before = contender.cpuSeconds();
+    pause(seconds);
+    const double cpu_s = contender.cpuSeconds() - cpu_before;
+    const Window window = recorder.endWindow();
+    if (window.payloads == 0) {
+        Contender::fail("the stream stopped");
+    }
+    StreamResult result;
+    result.cpu_s_per_gb = cpu_s / (static_cast<double>(window.bytes) / 1e9);
     result.payloads = window.payloads;
     result.lost = window.lost;
+    result.resident_mib = contender.residentMib();
+    if (job.encoder) {
+        setDelays(result, watchWire(seconds / 2), 0);
+    } else {
+        setDelays(result, window, job.latency_ms);
+    }
     return result;
 }
 
@@ -50,26 +84,21 @@ int freshPort() {
     return next++;
 }
 
+void awaitStream(const Recorder &recorder) {
+    if (!sim::waitUntil([&] { return recorder.firstArrivalNs() != 0; }, kStartLimit)) {
+        Contender::fail("no data came");
+    }
+}
+
 StreamResult runStream(Program program, Job job, std::uint64_t rate_mbit, double seconds,
                        const Visit &visit) {
     job.port = freshPort();
     Recorder recorder;
     const Ends ends(job, rate_mbit, recorder);
     const Contender contender(program, job);
-    if (!waitUntil([&] { return recorder.firstArrivalNs() != 0; }, kStartLimit)) {
-        throw std::runtime_error("no data came; the program said:\n" + Contender::output());
-    }
+    awaitStream(recorder);
     std::this_thread::sleep_for(kWarmUp);
-    recorder.startWindow();
-    const double cpu_before = contender.cpuSeconds();
-    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-    const double cpu_s = contender.cpuSeconds() - cpu_before;
-    const Window window = recorder.endWindow();
-    if (window.payloads == 0) {
-        throw std::runtime_error("the stream stopped; the program said:\n" + Contender::output());
-    }
-    StreamResult result = summarize(window, cpu_s, job.latency_ms);
-    result.resident_mib = contender.residentMib();
+    const StreamResult result = measure(contender, job, recorder, seconds);
     if (visit) {
         visit(contender);
     }

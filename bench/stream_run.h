@@ -9,9 +9,12 @@
 
 namespace bench {
 
+// A decoder's latency is arrival at the unit - sending - configured latency. An encoder's
+// is the appearance of the packet on the wire - writing to the device.
 struct StreamResult {
     double cpu_s_per_gb = 0;     // user and system, per 10^9 bytes that arrived
-    double median_us = 0;        // added latency: arrival - sending - configured latency
+    double fastest_us = 0;       // added latency: 1st percentile
+    double median_us = 0;
     double p99_us = 0;
     std::uint64_t payloads = 0;  // that arrived
     std::uint64_t lost = 0;
@@ -21,11 +24,14 @@ struct StreamResult {
 // A port that no earlier run has used: a socket of libsrt lives on for a while.
 int freshPort();
 
+// Waits for the first payload. Errors: std::runtime_error if none comes.
+void awaitStream(const Recorder &recorder);
+
 // Called with the program in the middle of its stream.
 using Visit = std::function<void(const Contender &)>;
 
 // `job.port` is overridden. The stream has run for a while before the measurement
-// starts, so that nothing of the start shows in it.
+// starts, so that nothing of the start shows in it. A visit comes last.
 // Errors: std::runtime_error if no data comes or the program ends.
 StreamResult runStream(Program program, Job job, std::uint64_t rate_mbit, double seconds,
                        const Visit &visit = nullptr);
