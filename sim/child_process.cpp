@@ -40,13 +40,15 @@ void useAs(int descriptor, int number) {
 
 pid_t start(const ProcessOptions &options) {
     const auto arguments = pointersTo(options.command);
-    const auto environment = pointersTo(options.env.value_or(std::vector<std::string>{}));
+    const std::vector<std::string> own_texts = options.env.value_or(std::vector<std::string>{});
+    const auto environment = pointersTo(own_texts);
     const pid_t parent = getpid();
     const pid_t child = check(fork(), "start " + options.command.at(0));
     if (child != 0) {
         return child;
     }
     restoreSignals();
+    setpgid(0, 0);  // Ctrl-C at a terminal is for the owner, who ends the others in order
     useAs(options.out, STDOUT_FILENO);
     useAs(options.err, STDERR_FILENO);
     for (const int descriptor : options.inherited) {

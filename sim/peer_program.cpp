@@ -2,6 +2,7 @@
 
 #include <sys/prctl.h>
 
+#include <atomic>
 #include <csignal>
 #include <iostream>
 #include <syslog.h>
@@ -25,6 +26,13 @@ std::atomic<bool> stop_requested{false};
 
 void requestStop(int) {
     stop_requested = true;
+}
+
+std::atomic<std::atomic<bool> *> pause_switch{nullptr};
+
+void turnPauseSwitch(int) {
+    std::atomic<bool> &paused = *pause_switch.load();
+    paused = !paused;
 }
 
 void runSender(PeerState &state) {
@@ -73,6 +81,8 @@ int runPeer(int memory) {
     int status = 0;
     try {
         SharedObject<PeerState> state(memory);
+        pause_switch = &state->paused;
+        std::signal(SIGUSR1, turnPauseSwitch);
         if (state->settings.role == PeerRole::sender) {
             runSender(*state);
         } else {

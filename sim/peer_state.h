@@ -60,8 +60,8 @@ struct LinkCounters {
 
 struct PeerState {
     PeerSettings settings;
-    std::atomic<bool> paused;                     // the owner's to set: alive, but silent or deaf
-    std::atomic<PeerPhase> phase;                 // the peer's, as all below
+    std::atomic<bool> paused;      // by the owner or by SIGUSR1: alive, but silent or deaf
+    std::atomic<PeerPhase> phase;  // the peer's, as all below
     std::atomic<std::uint32_t> connections;       // that stand
     std::atomic<std::uint32_t> connections_made;  // ever
     LinkCounters link;

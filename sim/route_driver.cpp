@@ -16,7 +16,6 @@ namespace {
 
 constexpr const char *kCommandDevice = "/dev/rt_cmd";
 constexpr const char *kReportDevice = "/dev/rt_stat";
-constexpr const char *kNewReport = "/dev/rt_stat.new";
 constexpr const char *kCommandStart = "service ";
 constexpr int kStopCheckMs = 20;
 
@@ -34,8 +33,12 @@ bool activates(const RouteCommand &command) {
 
 }  // namespace
 
-RouteDriver::RouteDriver() : command_pipe(makeCommandPipe()) {
+RouteDriver::RouteDriver(std::filesystem::path report_file)
+    : report(std::move(report_file)), command_pipe(makeCommandPipe()) {
     showRoute(false);
+    if (report != kReportDevice) {
+        std::filesystem::create_symlink(report, kReportDevice);
+    }
     thread = std::thread([this] { run(); });
 }
 
@@ -47,10 +50,11 @@ RouteDriver::~RouteDriver() {
 }
 
 void RouteDriver::showRoute(bool is_up) {
-    std::ofstream(kNewReport, std::ios::trunc)
+    const std::string whole = report.string() + ".new";
+    std::ofstream(whole, std::ios::trunc)
         << "[0000] active=1 ethdev=eth0 rttype=eth\n"
         << (is_up ? "[0003] active=1 ethdev=eth1 rttype=usr\n" : "");
-    check(std::rename(kNewReport, kReportDevice), std::string("replace ") + kReportDevice);
+    std::filesystem::rename(whole, report);
 }
 
 std::vector<RouteCommand> RouteDriver::commands() const {

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -25,7 +26,9 @@ struct RouteCommand {
 // Errors:   std::system_error.
 class RouteDriver {
 public:
-    RouteDriver();
+    // `report_file` is what /dev/rt_stat leads to, where that is to be edited from
+    // outside the sandbox.
+    explicit RouteDriver(std::filesystem::path report_file = "/dev/rt_stat");
     ~RouteDriver();
     RouteDriver(const RouteDriver &) = delete;
     RouteDriver &operator=(const RouteDriver &) = delete;
@@ -45,6 +48,7 @@ private:
     void run();
     void take(const std::string &bytes);
 
+    const std::filesystem::path report;  // what showRoute() writes
     FileDescriptor command_pipe;
     mutable std::mutex mutex;
     std::vector<RouteCommand> received;  // guarded by mutex

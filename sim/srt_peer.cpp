@@ -60,13 +60,13 @@ void SrtPeer::thaw() {
 
 void SrtPeer::vanish() {
     process->kill();
-    state->connections = 0;
+    isRunning();
 }
 
 void SrtPeer::breakOff() {
     if (process) {
         process->end(kEndLimit);
-        state->connections = 0;
+        isRunning();
     }
 }
 
@@ -75,12 +75,15 @@ void SrtPeer::restart() {
 }
 
 bool SrtPeer::isRunning() {
-    return process && process->isRunning();
+    const bool running = process && process->isRunning();
+    if (!running) {
+        state->connections = 0;
+    }
+    return running;
 }
 
 void SrtPeer::start() {
     state->phase = PeerPhase::starting;
-    state->connections = 0;
     const std::string memory = std::to_string(state.descriptor());
     const bool sends = state->settings.role == PeerRole::sender;
     process.reset();

@@ -39,6 +39,8 @@ public:
     // Alive and silent (a sender) or alive and not reading (a receiver).
     void pause() { state->paused = true; }
     void resume() { state->paused = false; }
+    // SIGUSR1 to the process turns this as well.
+    [[nodiscard]] bool isPaused() const { return state->paused; }
     // Stopped like a machine that hangs: it does not even answer.
     void freeze();
     void thaw();
@@ -48,7 +50,7 @@ public:
     void breakOff();
     // Comes back with the same settings after vanish() or breakOff().
     void restart();
-    // Tells by itself whether the process still runs.
+    // False also after somebody else has ended it.
     bool isRunning();
 
     [[nodiscard]] bool isConnected() const { return state->connections > 0; }

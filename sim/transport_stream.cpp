@@ -210,17 +210,18 @@ void TsChecker::countMessage(std::size_t bytes, std::uint64_t arrival_ns) {
     add(counters.messages, 1);
     add(counters.bytes, bytes);
     add(counters.message_sizes[std::min(bytes, kLargestMessage)], 1);
-    counters.last_arrival_ns.store(arrival_ns, std::memory_order_relaxed);
     updateRate(arrival_ns);
+    counters.last_arrival_ns.store(arrival_ns, std::memory_order_relaxed);
     rate_bytes += bytes;
 }
 
 void TsChecker::updateRate(std::uint64_t arrival_ns) {
     const std::uint64_t span_ns = arrival_ns - rate_since_ns;
-    if (rate_since_ns != 0 && span_ns < kRateSpanNs) {
+    const bool after_silence = arrival_ns - counters.last_arrival_ns > kRateSpanNs;
+    if (span_ns < kRateSpanNs) {
         return;
     }
-    if (rate_since_ns != 0) {
+    if (!after_silence) {
         counters.rate_bps = rate_bytes * 8 * 1'000'000 / (span_ns / 1000);
     }
     rate_since_ns = arrival_ns;

@@ -28,6 +28,15 @@ TEST(Daemon, StreamGoesFromASenderThroughTheDaemonToTheUnit) {
     EXPECT_EQ(daemon.descriptors(), -1);
 }
 
+TEST(Daemon, SettingsAndVariablesReachTheProgram) {
+    Daemon daemon({.primary = "srt://127.0.0.1:4999?mode=caller",
+                   .product = "WQ-7",
+                   .config_file = "/tmp/other.cfg"});
+
+    EXPECT_TRUE(daemon.waitForLine("SRT open failed: srt://127.0.0.1:4999?mode=caller"));
+    EXPECT_TRUE(daemon.waitForLine("WQ family detected"));
+}
+
 TEST(Daemon, LinesAreAwaitedAndAViolentEndIsTold) {
     Daemon daemon({});
     ASSERT_TRUE(daemon.waitForLine("Startup"));

@@ -1,0 +1,158 @@
+// How the process starts, which family it becomes, and how it ends.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include <sys/resource.h>
+
+#include "sim/srt_sender.h"
+#include "sim/udp_sink.h"
+#include "tests/daemon/shimmed_daemon.h"
+#include "tests/support/files.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using sim::Daemon;
+using sim::waitUntil;
+
+TEST(Lifecycle, EachStopSignalEndsItInOrderWithinAShortTime) {
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+        SCOPED_TRACE(number);
+        Daemon daemon({});
+        ASSERT_TRUE(daemon.waitForLine("SRT open failed"));
+        daemon.signal(number);
+        daemon.signal(SIGTERM);  // a second one changes nothing
+        EXPECT_EQ(daemon.waitForEnd(3s), 0);
+        EXPECT_EQ(daemon.countLines("main exit"), 1);
+    }
+}
+
+TEST(Lifecycle, ProductDecidesTheFamily) {
+    const struct {
+        std::optional<std::string> product;
+        bool encoder;
+    } rows[] = {{std::nullopt, false}, {"WQ", false},  {"WQ-9", false},  {"", true}, {"W", true},
+                {"wq", true},          {"WX-1", true}, {"WX-2ZZ", true}, {"Q", true}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.product.value_or("(unset)"));
+        Daemon daemon({.product = row.product});
+        if (row.encoder) {  // there is no driver here
+            EXPECT_EQ(daemon.waitForEnd(), 1);
+            EXPECT_EQ(daemon.standardError(), "tidewell: Startup\ntidewell: WX family detected\n"
+                                              "file not found: /dev/rt_ingress4"
+                                              "tidewell: Start-up failed\n");
+            EXPECT_EQ(daemon.countLines("encoder not on this plat"), 1);
+            EXPECT_EQ(daemon.countLines("main exit"), 1);
+        } else {
+            EXPECT_TRUE(daemon.waitForLine("WQ family detected"));
+            EXPECT_TRUE(daemon.waitForLine("SRT open failed: srt://"));
+        }
+    }
+}
+
+TEST(Lifecycle, SettingsPathIsTheDefaultOrWhatTheEnvironmentSaysEvenIfEmpty) {
+    writeFile("/etc/sysconfig/proxy.cfg", sim::configDocument("srt://from.default:1", ""));
+    {
+        Daemon daemon({.write_config = false});
+        EXPECT_TRUE(daemon.waitForLine("SRT open failed: srt://from.default:1"));
+    }
+    Daemon daemon({.env = {"PROXY_CFG="}, .write_config = false});
+    EXPECT_TRUE(daemon.waitForLine("SRT open failed: srt://"));
+    EXPECT_EQ(daemon.countLines("from.default"), 0);
+}
+
+TEST(Lifecycle, StartFailsInOrderWhereItCannotGoOn) {
+    if (!kShimWorks) {
+        GTEST_SKIP() << "the shim does not go with this sanitizer";
+    }
+    const struct {
+        const char *name, *message;
+        std::function<void(CallShim &)> arm;
+    } rows[] = {
+        {"read buffer", "No memory for the read buffer",
+         [](CallShim &shim) { shim.fail_malloc_of = 1'316'000; }},
+        {"unit's socket", "### Unable to create socket: Too many open files",
+         [](CallShim &shim) { shim.fail_in[kShimSocket] = 1; }},
+        {"SRT library", "Could not start the SRT library",
+         [](CallShim &shim) { shim.fail_in[kShimSrtStartup] = 1; }},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        ShimmedDaemon daemon({.env = {}}, row.arm);
+        EXPECT_EQ(daemon->waitForEnd(), 1);
+        EXPECT_EQ(daemon->countLines(row.message), 1);
+        EXPECT_EQ(daemon->countLines("main exit"), 1);
+    }
+}
+
+// What the starter may have done to the standard streams must not reach the stream.
+TEST(Lifecycle, ClosedFullOrStuckOutputsDoNotStopTheStream) {
+    int stuck[2];
+    ASSERT_EQ(pipe(stuck), 0);
+    int broken[2];
+    ASSERT_EQ(pipe(broken), 0);
+    close(broken[0]);
+    const struct {
+        const char *name;
+        std::function<void()> prepare;
+    } rows[] = {
+        {"all three closed", [] { close(0), close(1), close(2); }},
+        {"full disk",
+         [] {
+             const int full = open("/dev/full", O_WRONLY);
+             dup2(full, 1), dup2(full, 2);
+         }},
+        {"pipe without a reader", [&] { dup2(broken[1], 1), dup2(broken[1], 2); }},
+        {"pipe that nobody empties",
+         [&] {
+             const std::string filler(1 << 16, 'x');
+             fcntl(stuck[1], F_SETFL, O_NONBLOCK);
+             [[maybe_unused]] const ssize_t filled = write(stuck[1], filler.data(), filler.size());
+             fcntl(stuck[1], F_SETFL, 0);
+             dup2(stuck[1], 1), dup2(stuck[1], 2);
+         }},
+    };
+    sim::SrtSender sender(5000);
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        sim::UdpSink unit;
+        Daemon daemon({.primary = sender.uri(), .before_exec = row.prepare});
+        EXPECT_TRUE(waitUntil([&] { return unit.datagrams() > 100; }));
+        EXPECT_EQ(daemon.stop(3s), 0);
+    }
+}
+
+TEST(Lifecycle, StreamRunsWithoutStatisticsWhenTheirThreadCannotStart) {
+    if (!kShimWorks) {
+        GTEST_SKIP() << "the shim does not go with this sanitizer";
+    }
+    sim::SrtSender sender(5000);
+    sim::UdpSink unit;
+    ShimmedDaemon daemon({.primary = sender.uri()},
+                         [](CallShim &shim) { shim.fail_in[kShimOwnThread] = 1; });
+    EXPECT_TRUE(waitUntil([&] { return unit.datagrams() > 100; }));
+    EXPECT_EQ(daemon->countLines(": Stats thread could not be started"), 2);
+    EXPECT_EQ(daemon->countLines("mon_thread_entry"), 0);
+    EXPECT_EQ(daemon->stop(3s), 0);
+}
+
+TEST(Lifecycle, StreamPathAllocatesNothingAndTakesNoLockOfOurs) {
+    if (!kShimWorks) {
+        GTEST_SKIP() << "the shim does not go with this sanitizer";
+    }
+    sim::SrtSender sender(5000);
+    sim::UdpSink unit;
+    ShimmedDaemon daemon({.primary = sender.uri()});
+    ASSERT_TRUE(waitUntil([&] { return unit.datagrams() > 100; }));
+    const auto allocations = daemon.shim->main_allocations.load();
+    const auto locks = daemon.shim->own_main_locks.load();
+    EXPECT_GT(allocations, 0U) << "the shim counts nothing";
+    EXPECT_GT(locks, 0U) << "the shim counts nothing";
+    ASSERT_TRUE(waitUntil([&] { return unit.datagrams() > 700; }));
+    EXPECT_EQ(daemon.shim->main_allocations, allocations);
+    EXPECT_EQ(daemon.shim->own_main_locks, locks);
+}
+
+}  // namespace
