@@ -28,8 +28,8 @@ public:
 private:
     void run();
 
-    FarSocket far;                // worker only, once it runs
-    const std::uint64_t rate;     // Mbit/s; fixed at construction
+    FarSocket far;             // worker only, once it runs
+    const std::uint64_t rate;  // Mbit/s; fixed at construction
     std::atomic<bool> stop{false};
     std::atomic<bool> connected{false};
     std::thread worker;

@@ -34,9 +34,9 @@ public:
 
 private:
     mutable std::mutex mutex;
-    Window window;                     // guarded by mutex
-    std::uint64_t first_sequence = 0;  // guarded by mutex; in the window
-    std::uint64_t last_sequence = 0;   // guarded by mutex; in the window
+    Window window;                       // guarded by mutex
+    std::uint64_t first_sequence = 0;    // guarded by mutex; in the window
+    std::uint64_t last_sequence = 0;     // guarded by mutex; in the window
     std::uint64_t first_arrival_ns = 0;  // guarded by mutex
 };
 

@@ -12,13 +12,13 @@ namespace bench {
 // A decoder's latency is arrival at the unit - sending - configured latency. An encoder's
 // is the appearance of the packet on the wire - writing to the device.
 struct StreamResult {
-    double cpu_s_per_gb = 0;     // user and system, per 10^9 bytes that arrived
-    double fastest_us = 0;       // added latency: 1st percentile
+    double cpu_s_per_gb = 0;  // user and system, per 10^9 bytes that arrived
+    double fastest_us = 0;    // added latency: 1st percentile
     double median_us = 0;
     double p99_us = 0;
     std::uint64_t payloads = 0;  // that arrived
     std::uint64_t lost = 0;
-    double resident_mib = 0;     // at the end
+    double resident_mib = 0;  // at the end
 };
 
 // A port that no earlier run has used: a socket of libsrt lives on for a while.
