@@ -31,6 +31,10 @@ double p99AboveFastest(const StreamResult &result) {
     return result.p99_us - result.fastest_us;
 }
 
+double otherCores(const StreamResult &result) {
+    return result.other_cores;
+}
+
 double resident(const StreamResult &result) {
     return result.resident_mib;
 }
@@ -73,21 +77,22 @@ void writeRow(std::ostream &out, const Comparison &comparison,
         << against(bare, contestant, latency, std::minus<>()) << std::noshowpos << " | "
         << over(contestant, medianAboveFastest) << " | " << over(contestant, p99AboveFastest)
         << " | " << lost(contestant) << " | " << std::setprecision(1) << over(contestant, resident)
-        << " |\n";
+        << " | " << std::setprecision(2) << over(contestant, otherCores) << " |\n";
 }
 
-void measureRound(Comparison &comparison, int round, double seconds) {
+void measureRound(Comparison &comparison, int round, const Span &span) {
     const std::size_t count = comparison.contestants.size();
     for (std::size_t turn = 0; turn < count; ++turn) {
         auto &contestant = comparison.contestants[(turn + static_cast<std::size_t>(round)) % count];
         const StreamResult result =
-            runStream(contestant.program, comparison.job, comparison.rate_mbit, seconds);
+            runStream(contestant.program, comparison.job, comparison.rate_mbit, span);
         contestant.rounds.push_back(result);
-        fprintf(stderr, "round %d, %s %s, %3u Mbit/s, %-26s %6.2f s/GB %7.0f us, lost %lu\n",
+        fprintf(stderr,
+                "round %d, %s %s, %3u Mbit/s, %-26s %6.2f s/GB %7.0f us, lost %lu (others %.2f)\n",
                 round + 1, comparison.job.encoder ? "encoder" : "decoder",
                 wordFor(comparison.job.role), static_cast<unsigned>(comparison.rate_mbit),
                 nameOf(contestant.program), result.cpu_s_per_gb, result.median_us,
-                static_cast<unsigned long>(result.lost));
+                static_cast<unsigned long>(result.lost), result.other_cores);
     }
 }
 
@@ -102,7 +107,7 @@ Comparison makeComparison(bool encoder, Role role, std::uint64_t rate_mbit) {
 
 }  // namespace
 
-std::vector<Comparison> compareStreams(bool encoder, int rounds, double seconds) {
+std::vector<Comparison> compareStreams(bool encoder, int rounds, const Span &span) {
     std::vector<Comparison> comparisons;
     for (const Role role : {Role::caller, Role::listener}) {
         for (const std::uint64_t rate_mbit : {20, 100}) {
@@ -114,7 +119,7 @@ std::vector<Comparison> compareStreams(bool encoder, int rounds, double seconds)
     }
     for (int round = 0; round < rounds; ++round) {
         for (Comparison &comparison : comparisons) {
-            measureRound(comparison, round, seconds);
+            measureRound(comparison, round, span);
         }
     }
     return comparisons;
@@ -122,8 +127,9 @@ std::vector<Comparison> compareStreams(bool encoder, int rounds, double seconds)
 
 void writeTable(std::ostream &out, const std::vector<Comparison> &comparisons) {
     out << "| Mode | Mbit/s | Program | CPU s/GB | Ratio | Latency, us | Over bare loop, us "
-           "| Median above fastest, us | p99 above fastest, us | Lost | Resident, MiB |\n"
-           "|---|---|---|---|---|---|---|---|---|---|---|\n";
+           "| Median above fastest, us | p99 above fastest, us | Lost | Resident, MiB | Others, "
+           "cores |\n"
+           "|---|---|---|---|---|---|---|---|---|---|---|---|\n";
     for (const Comparison &comparison : comparisons) {
         for (const auto &contestant : comparison.contestants) {
             writeRow(out, comparison, contestant);

@@ -24,7 +24,7 @@ struct Comparison {
 
 // `rounds` turns of all streams of the family; each round begins with another program.
 // Says on stderr how far it is. Errors: those of runStream().
-std::vector<Comparison> compareStreams(bool encoder, int rounds, double seconds);
+std::vector<Comparison> compareStreams(bool encoder, int rounds, const Span &span);
 
 // A Markdown table. Ratios and differences are taken within each round, against the bare
 // loop of the same round; every figure is the median of the rounds, losses are the sum.

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstdio>
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -47,6 +48,7 @@ void SrtSender::run() {
         metronome.wait();
         putStamp(payload, {sequence, sim::monotonicNs()});
         if (srt_send(far.get(), payload.data(), static_cast<int>(payload.size())) == SRT_ERROR) {
+            fprintf(stderr, "far end: %s\n", srt_getlasterror_str());
             return;
         }
     }

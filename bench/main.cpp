@@ -31,7 +31,7 @@ constexpr std::uint64_t kTracedRate = 20;  // Mbit/s
 
 struct Settings {
     int rounds = 5;
-    double seconds = 3;
+    bench::Span span{.seconds = 3, .patience_s = 20};
     fs::path output;
     std::set<std::string> chapters;  // empty: all
 };
@@ -45,7 +45,7 @@ void compareFamily(const Settings &settings, bool encoder, std::ostream &out) {
     if (!wants(settings, family)) {
         return;
     }
-    const auto comparisons = bench::compareStreams(encoder, settings.rounds, settings.seconds);
+    const auto comparisons = bench::compareStreams(encoder, settings.rounds, settings.span);
     out << "\n### " << (encoder ? "Encoder" : "Decoder") << "\n\n![CPU and latency of the "
         << family << "](performance-" << family << ".svg)\n\n";
     bench::writeTable(out, comparisons);
@@ -113,7 +113,7 @@ void measureSingles(std::ostream &out) {
 void measureAll(const Settings &settings) {
     std::ofstream out(settings.output / "tables.md");
     out.precision(3);
-    out << bench::describeMachine() << settings.rounds << " rounds of " << settings.seconds
+    out << bench::describeMachine() << settings.rounds << " rounds of " << settings.span.seconds
         << " s each.\n";
     for (const bool encoder : {false, true}) {
         compareFamily(settings, encoder, out);
@@ -132,14 +132,16 @@ bool readSettings(int count, char **words, Settings &settings) {
         if (word == "--rounds" && i + 1 < count) {
             settings.rounds = atoi(words[++i]);
         } else if (word == "--seconds" && i + 1 < count) {
-            settings.seconds = atof(words[++i]);
+            settings.span.seconds = atof(words[++i]);
+        } else if (word == "--patience" && i + 1 < count) {
+            settings.span.patience_s = atof(words[++i]);
         } else if (settings.output.empty() && !word.starts_with('-')) {
             settings.output = fs::absolute(word);
         } else {
             settings.chapters.insert(word);
         }
     }
-    return !settings.output.empty() && settings.rounds > 0 && settings.seconds > 0;
+    return !settings.output.empty() && settings.rounds > 0 && settings.span.seconds > 0;
 }
 
 }  // namespace
@@ -148,7 +150,7 @@ int main(int count, char **words) {
     Settings settings;
     if (!readSettings(count, words, settings)) {
         fputs("usage: tidewell_bench OUTPUT_DIR [decoder] [encoder] [idle] [single]"
-              " [--rounds N] [--seconds S]\n",
+              " [--rounds N] [--seconds S] [--patience S]\n",
               stderr);
         return 2;
     }

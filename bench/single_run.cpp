@@ -115,7 +115,7 @@ std::string systemCallsPerRead(Program program, const Job &job, std::uint64_t ra
         return "";
     }
     Counts counts;
-    runStream(program, job, rate_mbit, 1,
+    runStream(program, job, rate_mbit, {.seconds = 1},
               [&](const Contender &contender) { counts = traceCalls(contender); });
     return perRead(counts, job.encoder ? "read" : "sendto");
 }

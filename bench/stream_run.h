@@ -19,6 +19,15 @@ struct StreamResult {
     std::uint64_t payloads = 0;  // that arrived
     std::uint64_t lost = 0;
     double resident_mib = 0;  // at the end
+    double other_cores = 0;   // what everything else on the machine took meanwhile
+};
+
+// How long to measure. A machine that others use spoils figures: a span in which they
+// took more than a little is measured again, until `patience_s` are over; the least
+// disturbed one counts.
+struct Span {
+    double seconds = 3;
+    double patience_s = 0;
 };
 
 // A port that no earlier run has used: a socket of libsrt lives on for a while.
@@ -33,7 +42,7 @@ using Visit = std::function<void(const Contender &)>;
 // `job.port` is overridden. The stream has run for a while before the measurement
 // starts, so that nothing of the start shows in it. A visit comes last.
 // Errors: std::runtime_error if no data comes or the program ends.
-StreamResult runStream(Program program, Job job, std::uint64_t rate_mbit, double seconds,
+StreamResult runStream(Program program, Job job, std::uint64_t rate_mbit, const Span &span,
                        const Visit &visit = nullptr);
 
 }  // namespace bench
