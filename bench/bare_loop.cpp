@@ -13,6 +13,7 @@
 #include <sched.h>
 #include <srt/srt.h>
 #include <sys/socket.h>
+#include <syslog.h>
 #include <unistd.h>
 
 namespace {
@@ -145,6 +146,7 @@ int main(int count, char **words) {
         return 2;
     }
     srt_startup();
+    srt_setloglevel(LOG_CRIT);  // as the daemon does
     if (settings.realtime) {
         requestRealTime();
     }

@@ -1,5 +1,6 @@
 #include "bench/contender.h"
 
+#include <algorithm>
 #include <ctime>
 #include <fstream>
 #include <iterator>
@@ -15,6 +16,7 @@ namespace {
 // Both are the sandbox's own.
 constexpr const char *kSettingsPath = "/tmp/bench.cfg";
 constexpr const char *kOutputPath = "/tmp/contender.log";
+constexpr std::size_t kShownBytes = 2000;  // of a failed program's words
 
 const char *wordFor(Role role) {
     return role == Role::caller ? "caller" : "listener";
@@ -109,7 +111,8 @@ double Contender::residentMib() const {
 
 void Contender::fail(const std::string &what) {
     std::ifstream log(kOutputPath);
-    const std::string words{std::istreambuf_iterator<char>(log), {}};
+    std::string words{std::istreambuf_iterator<char>(log), {}};
+    words.erase(0, words.size() - std::min(words.size(), kShownBytes));
     throw std::runtime_error(what + "; it said:\n" + words);
 }
 

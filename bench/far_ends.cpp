@@ -2,7 +2,6 @@
 
 #include <array>
 #include <chrono>
-#include <cstdio>
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -35,20 +34,29 @@ SrtSender::~SrtSender() {
 
 void SrtSender::run() {
     wakePunctually();
-    if (!far.meet(stop)) {
-        return;
+    while (far.meet(stop)) {
+        connected = true;
+        if (rate == 0) {
+            keepSilent();
+        } else {
+            send();
+        }
     }
-    connected = true;
-    while (rate == 0 && !stop) {
+}
+
+void SrtSender::keepSilent() const {
+    while (!stop) {
         std::this_thread::sleep_for(kIdlePause);
     }
+}
+
+// Until the connection breaks.
+void SrtSender::send() {
     Payload payload{};
-    Metronome metronome(rate == 0 ? 1 : rate);
-    for (std::uint64_t sequence = 0; !stop; ++sequence) {
+    for (Metronome metronome(rate); !stop; ++sequence) {
         metronome.wait();
         putStamp(payload, {sequence, sim::monotonicNs()});
         if (srt_send(far.get(), payload.data(), static_cast<int>(payload.size())) == SRT_ERROR) {
-            fprintf(stderr, "far end: %s\n", srt_getlasterror_str());
             return;
         }
     }
@@ -63,10 +71,14 @@ SrtReceiver::~SrtReceiver() {
 }
 
 void SrtReceiver::run() {
-    if (!far.meet(stop)) {
-        return;
+    while (far.meet(stop)) {
+        connected = true;
+        receive();
     }
-    connected = true;
+}
+
+// Until the connection breaks.
+void SrtReceiver::receive() {
     std::array<char, 1500> message{};
     while (!stop) {
         const int bytes = srt_recvmsg(far.get(), message.data(), static_cast<int>(message.size()));

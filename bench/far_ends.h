@@ -15,7 +15,8 @@ namespace bench {
 
 inline constexpr const char *kDevicePath = "/dev/rt_ingress4";
 
-// Sends stamped payloads to whoever it meets. A rate of 0 keeps the connection silent.
+// Sends stamped payloads to whoever it meets, and calls or waits again when that ends. A rate of 0
+// keeps the connection silent.
 class SrtSender {
 public:
     SrtSender(Role role, int port, int latency_ms, std::uint64_t rate_mbit);
@@ -27,15 +28,18 @@ public:
 
 private:
     void run();
+    void keepSilent() const;
+    void send();
 
-    FarSocket far;             // worker only, once it runs
-    const std::uint64_t rate;  // Mbit/s; fixed at construction
+    FarSocket far;               // worker only, once it runs
+    const std::uint64_t rate;    // Mbit/s; fixed at construction
+    std::uint64_t sequence = 0;  // worker only
     std::atomic<bool> stop{false};
     std::atomic<bool> connected{false};
     std::thread worker;
 };
 
-// Receives payloads and records them.
+// Receives payloads and records them; meets again like the sender.
 class SrtReceiver {
 public:
     SrtReceiver(Role role, int port, int latency_ms, Recorder &into);
@@ -47,6 +51,7 @@ public:
 
 private:
     void run();
+    void receive();
 
     FarSocket far;  // worker only, once it runs
     Recorder &recorder;

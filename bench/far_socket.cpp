@@ -40,20 +40,27 @@ FarSocket::FarSocket(Role far_role, int peer_port, int delay_ms)
 }
 
 FarSocket::~FarSocket() {
-    for (const SRTSOCKET sock : {peer, listener}) {
-        if (sock != SRT_INVALID_SOCK) {
-            srt_close(sock);
-        }
+    closePeer();
+    if (listener != SRT_INVALID_SOCK) {
+        srt_close(listener);
     }
 }
 
 bool FarSocket::meet(const std::atomic<bool> &stop) {
+    closePeer();
     while (!stop) {
         if (role == Role::caller ? tryCall() : tryAccept()) {
             return true;
         }
     }
     return false;
+}
+
+void FarSocket::closePeer() {
+    if (peer != SRT_INVALID_SOCK) {
+        srt_close(peer);
+        peer = SRT_INVALID_SOCK;
+    }
 }
 
 void FarSocket::listen() {
@@ -74,8 +81,7 @@ bool FarSocket::tryCall() {
     if (srt_connect(peer, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) {
         return true;
     }
-    srt_close(peer);
-    peer = SRT_INVALID_SOCK;
+    closePeer();
     return false;
 }
 

@@ -23,13 +23,15 @@ public:
     FarSocket(const FarSocket &) = delete;
     FarSocket &operator=(const FarSocket &) = delete;
 
-    // Returns true once the other side is there, false once `stop` is set.
+    // Leaves whom it has met before. Returns true once the other side is there, false once `stop`
+    // is set.
     bool meet(const std::atomic<bool> &stop);
 
     // Requires: meet() returned true.
     [[nodiscard]] SRTSOCKET get() const { return peer; }
 
 private:
+    void closePeer();
     void listen();
     bool tryCall();
     bool tryAccept();

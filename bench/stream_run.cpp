@@ -13,8 +13,9 @@ namespace bench {
 namespace {
 
 constexpr auto kStartLimit = std::chrono::seconds(15);
-// Longer than a listening encoder takes from its client's arrival to a steady stream.
-constexpr auto kWarmUp = std::chrono::milliseconds(1500);
+constexpr auto kSteadySpan = std::chrono::milliseconds(500);
+constexpr auto kSteadyLimit = std::chrono::seconds(30);
+constexpr double kSteadyShare = 0.9;  // of the rate
 constexpr double kQuietCores = 0.15;  // what others may take in a span that counts
 
 // The far ends of a job, all that the program under test needs to see data.
@@ -54,6 +55,23 @@ void setDelays(StreamResult &result, const Window &window, int configured_ms) {
     result.fastest_us = window.delayUs(0.01) - configured_us;
     result.median_us = window.delayUs(0.5) - configured_us;
     result.p99_us = window.delayUs(0.99) - configured_us;
+}
+
+// A listening daemon takes a client a second or two after it came, and what was sent
+// meanwhile arrives in a heap: waits until two spans in turn carried the full rate.
+void awaitSteadyStream(Recorder &recorder, std::uint64_t rate_mbit) {
+    const double expected_bytes = static_cast<double>(rate_mbit) * 125'000 *
+                                  std::chrono::duration<double>(kSteadySpan).count();
+    int steady = 0;
+    const auto twoSpansPassed = [&] {
+        recorder.startWindow();
+        std::this_thread::sleep_for(kSteadySpan);
+        const Window window = recorder.endWindow();
+        const bool full = static_cast<double>(window.bytes) > kSteadyShare * expected_bytes;
+        steady = full && window.lost == 0 ? steady + 1 : 0;
+        return steady == 2;
+    };
+    sim::waitUntil(twoSpansPassed, kSteadyLimit);
 }
 
 StreamResult measureOnce(const Contender &contender, const Job &job, Recorder &recorder,
@@ -115,7 +133,7 @@ StreamResult runStream(Program program, Job job, std::uint64_t rate_mbit, const 
     const Ends ends(job, rate_mbit, recorder);
     const Contender contender(program, job);
     awaitStream(recorder);
-    std::this_thread::sleep_for(kWarmUp);
+    awaitSteadyStream(recorder, rate_mbit);
     const StreamResult result = measure(contender, job, recorder, span);
     if (visit) {
         visit(contender);
