@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <new>
 
 #include <json/writer.h>
 
@@ -38,7 +39,11 @@ ConfigStore::ConfigStore(std::string file_path) : uris(kSlots), path(std::move(f
 
 void ConfigStore::reload() {
     const MutexLock lock(mutex);
-    mergeDocument(readConfigFile(path).value_or(kDefaultDocument));
+    try {
+        mergeDocument(readConfigFile(path).value_or(kDefaultDocument));
+    } catch (const std::bad_alloc &) {
+        puts("No memory for the settings");
+    }
 }
 
 int ConfigStore::getUri(std::size_t slot, StreamUri &out) {
@@ -82,8 +87,12 @@ std::string ConfigStore::urisJson() {
 
 int ConfigStore::applyDocument(const std::string &text) {
     const MutexLock lock(mutex);
-    if (mergeDocument(text) == 0 && !writeConfigFile(path, text)) {
-        printf("Failed to save cfg: %s\n", path.c_str());
+    try {
+        if (mergeDocument(text) == 0 && !writeConfigFile(path, text)) {
+            printf("Failed to save cfg: %s\n", path.c_str());
+        }
+    } catch (const std::bad_alloc &) {
+        puts("No memory for the settings");
     }
     return 0;
 }

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include <malloc.h>
 #include <pthread.h>
 #include <sched.h>
 #include <srt/srt.h>
@@ -81,6 +82,13 @@ void installStopSignals() {
     }
 }
 
+// libsrt's buffers are large and live as long as a connection. glibc would take the
+// first one that is freed as a reason to keep all later ones; this way each goes back
+// to the system, and a unit that many clients have visited is as small as a new one.
+void giveLargeMemoryBack() {
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+}
+
 bool isEncoder(const char *product) {
     return product != nullptr && strncmp(product, "WQ", 2) != 0;
 }
@@ -114,7 +122,6 @@ void requestRealTime() {
 }
 
 void startUp(Process &process) {
-    installStopSignals();
     openlog("tidewell", LOG_PERROR, LOG_USER);
     process.log.logLine("Startup\n");
     const char *config_path = getenv("PROXY_CFG");
@@ -156,12 +163,14 @@ void shutDown(Process &process) {
 
 int main() {
     prepareStandardStreams();
+    giveLargeMemoryBack();
+    installStopSignals();
     Process process;
     int status = 0;
     try {
         startUp(process);
         runPump(process);
-    } catch (...) {  // each step has said what failed
+    } catch (...) {  // only a start throws, and its steps have said what failed
         syslog(LOG_ERR, "Start-up failed");
         status = 1;
     }

@@ -82,25 +82,25 @@ bool StreamPump::open() {
 }
 
 bool StreamPump::openSlot(std::size_t slot) {
-    StreamUri uri;
-    if (parts.store->getUri(slot, uri) != 0) {
-        parts.log->logLine("No cfg\n");
-        sleep(kNoConfigSeconds);
-        return false;
-    }
     try {
+        StreamUri uri;
+        if (parts.store->getUri(slot, uri) != 0) {
+            parts.log->logLine("No cfg\n");
+            sleep(kNoConfigSeconds);
+            return false;
+        }
         if (parts.udp_output != nullptr) {
             input = std::make_unique<srt_input>(uri);
         } else {
             output = std::make_unique<srt_output>(uri);
         }
-        parts.log->logPrintf("SRT %s opened: %s\n", input ? "input" : "output",
-                             parts.store->uriString(slot).c_str());
-        return true;
     } catch (...) {  // the endpoint has said why
         openFailed(slot);
         return false;
     }
+    parts.log->logPrintf("SRT %s opened: %s\n", input ? "input" : "output",
+                         parts.store->uriString(slot).c_str());
+    return true;
 }
 
 void StreamPump::openFailed(std::size_t slot) {

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <ctime>
+#include <new>
 #include <string>
 
 #include <unistd.h>
@@ -15,6 +16,16 @@ namespace {
 constexpr time_t kFirstLineHeadStart = 295;  // seconds, so that the first line comes early
 constexpr time_t kLineInterval = 300;
 constexpr time_t kSampleInterval = 1;
+
+// What cannot be told for want of memory is left out, this time.
+template <typename Task>
+void ifMemoryAllows(Task task) {
+    try {
+        task();
+    } catch (const std::bad_alloc &) {
+        puts("No memory for the statistics");
+    }
+}
 
 // A line that is due while nobody is connected is not made up for later.
 void logStatus(const MonitorArgs &args) {
@@ -31,20 +42,20 @@ void *mon_thread_entry(void *argument) {
     printf("%s: E\n", "mon_thread_entry");
     time_t sampled = time(nullptr);
     time_t logged = time(nullptr) - kFirstLineHeadStart;
-    args.endpoint->clear_stats(args.stats);
+    ifMemoryAllows([&] { args.endpoint->clear_stats(args.stats); });
     while (args.stop == 0 && stop_flag == 0) {
         const time_t now = time(nullptr);
         if (now - sampled > kSampleInterval) {
-            args.endpoint->update_stats(args.stats, args.reserved);
+            ifMemoryAllows([&] { args.endpoint->update_stats(args.stats, args.reserved); });
             sampled = now;
         }
         if (now - logged > kLineInterval) {
             logged = now;
-            logStatus(args);
+            ifMemoryAllows([&] { logStatus(args); });
         }
         sleep(1);
     }
-    args.endpoint->clear_stats(args.stats);
+    ifMemoryAllows([&] { args.endpoint->clear_stats(args.stats); });
     printf("%s: X\n", "mon_thread_entry");
     return nullptr;
 }

@@ -192,7 +192,8 @@ void replacePrograms() {
 }
 
 void replaceSettings() {
-    mirrorDirectory("/etc", {"cron.d", "sysconfig"});
+    mirrorDirectory("/etc", {"cron.d", "hosts", "sysconfig"});
+    writeFile("/etc/hosts", "127.0.0.1 localhost firmware.qorbi.example\n");
     fs::create_directory("/etc/cron.d");
     fs::create_directory("/etc/sysconfig");
     mirrorDirectory("/var/spool", {"cron"});

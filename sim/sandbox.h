@@ -7,10 +7,10 @@
 //
 // What is the sandbox's own: /tmp, /dev (with null, zero, full, random, urandom,
 // tty, ptmx, pts and an empty shm), /media, /var/spool/cron, /etc/cron.d,
-// /etc/sysconfig, shutdown and reboot in /sbin, /usr/local/bin/cmd. The three
-// programs only append their command line to kCommandRecord. Other entries of the
-// directories concerned are links to the machine's own, mounted read-only. There
-// is no /dev/log: what the product sends to syslog shows on its stderr alone.
+// /etc/sysconfig, /etc/hosts (with the firmware server's name), shutdown and reboot in /sbin,
+// /usr/local/bin/cmd. The three programs only append their command line to kCommandRecord. Other
+// entries of the directories concerned are links to the machine's own, mounted read-only. There is
+// no /dev/log: what the product sends to syslog shows on its stderr alone.
 #pragma once
 
 #include <filesystem>

@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
+#include <new>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -57,7 +58,11 @@ void LogRing::logLine(const char *text) {
     }
     printf("%s", line);
     const MutexLock lock(mutex);
-    lines.push_back(line);
+    try {
+        lines.push_back(line);
+    } catch (const std::bad_alloc &) {
+        return;  // the event has reached syslog and stdout
+    }
     writeFile();
 }
 

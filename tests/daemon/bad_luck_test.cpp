@@ -211,4 +211,33 @@ TEST_F(BadLuck, KillInTheMiddleOfAnythingLeavesAFileThatTheNextLifeReads) {
     EXPECT_EQ(readFile(kCfg), sim::configDocument(sender.uri(), ""));
 }
 
+// Each new client waits at the door before the one before it leaves.
+TEST(BadLuckListener, ThreeHundredClientsLeaveNothingBehind) {
+    const SrtLibraryForTest library;
+    Daemon daemon({.primary = "srt://127.0.0.1:5001?mode=listener&latency=20"});
+    ASSERT_TRUE(daemon.waitForLine("srt listening"));
+    auto client = std::make_unique<RawSrt>();
+    ASSERT_TRUE(client->connect(5001));
+    int descriptors = 0;
+    int threads = 0;
+    long resident_kb = 0;
+    for (int visit = 1; visit <= 350; ++visit) {
+        ASSERT_TRUE(daemon.waitForLine("new connection: ", visit));
+        auto following = std::make_unique<RawSrt>();
+        ASSERT_TRUE(following->connect(5001)) << visit;
+        client = std::move(following);
+        if (visit == 50) {
+            descriptors = daemon.descriptors();
+            threads = daemon.threads();
+            resident_kb = daemon.residentKb();
+        }
+    }
+    EXPECT_LE(daemon.descriptors(), descriptors);
+    EXPECT_TRUE(waitUntil([&] { return daemon.threads() <= threads; }));
+    EXPECT_TRUE(!kShimWorks || waitUntil([&] { return daemon.residentKb() <= resident_kb + 1024; }))
+        << daemon.residentKb() << " kB, after 50 clients " << resident_kb;
+    EXPECT_EQ(daemon.countLines("source disconnected. status="), 350);
+    EXPECT_EQ(daemon.stop(3s), 0);
+}
+
 }  // namespace
