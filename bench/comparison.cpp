@@ -110,7 +110,7 @@ Comparison makeComparison(bool encoder, Role role, std::uint64_t rate_mbit) {
 std::vector<Comparison> compareStreams(bool encoder, int rounds, const Span &span) {
     std::vector<Comparison> comparisons;
     for (const Role role : {Role::caller, Role::listener}) {
-        for (const std::uint64_t rate_mbit : {20, 100}) {
+        for (const std::uint64_t rate_mbit : {std::uint64_t{20}, std::uint64_t{100}}) {
             comparisons.push_back(makeComparison(encoder, role, rate_mbit));
         }
     }
