@@ -16,6 +16,9 @@ namespace {
 
 constexpr int kPipeBytes = 1 << 20;
 constexpr auto kIdlePause = std::chrono::milliseconds(20);
+// A listening daemon takes its client up to a second after it came. What is sent before
+// fills its receive buffer at 100 Mbit/s, which libsrt now and then does not get over.
+constexpr auto kUntilAccepted = std::chrono::milliseconds(1500);
 
 // Else the kernel rounds each sleep of this thread up by 50 microseconds.
 void wakePunctually() {
@@ -25,7 +28,8 @@ void wakePunctually() {
 }  // namespace
 
 SrtSender::SrtSender(Role role, int port, int latency_ms, std::uint64_t rate_mbit)
-    : far(role, port, latency_ms), rate(rate_mbit), worker([this] { run(); }) {}
+    : far(role, port, latency_ms), calls(role == Role::caller), rate(rate_mbit),
+      worker([this] { run(); }) {}
 
 SrtSender::~SrtSender() {
     stop = true;
@@ -36,6 +40,9 @@ void SrtSender::run() {
     wakePunctually();
     while (far.meet(stop)) {
         connected = true;
+        if (calls) {
+            std::this_thread::sleep_for(kUntilAccepted);
+        }
         if (rate == 0) {
             keepSilent();
         } else {

@@ -32,6 +32,7 @@ private:
     void send();
 
     FarSocket far;               // worker only, once it runs
+    const bool calls;            // fixed at construction
     const std::uint64_t rate;    // Mbit/s; fixed at construction
     std::uint64_t sequence = 0;  // worker only
     std::atomic<bool> stop{false};
