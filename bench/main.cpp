@@ -1,0 +1,169 @@
+// Measures the daemon against the bare loop in a sandbox of its own and writes what came
+// out into a directory: tables.md, decoder.dat and encoder.dat for the charts.
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+
+#include <srt/srt.h>
+
+#include "bench/comparison.h"
+#include "bench/idle_run.h"
+#include "bench/machine.h"
+#include "bench/single_run.h"
+#include "sim/sandbox.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using bench::Program;
+
+constexpr double kIdleSeconds = 10;
+constexpr int kWakes = 20;
+constexpr int kStarts = 5;
+constexpr std::uint64_t kLossyRate = 20;  // Mbit/s
+constexpr double kLossySeconds = 20;
+constexpr std::uint64_t kTracedRate = 20;  // Mbit/s
+
+struct Settings {
+    int rounds = 5;
+    bench::Span span{.seconds = 3, .patience_s = 20};
+    fs::path output;
+    std::set<std::string> chapters;  // empty: all
+};
+
+bool wants(const Settings &settings, const char *chapter) {
+    return settings.chapters.empty() || settings.chapters.contains(chapter);
+}
+
+void compareFamily(const Settings &settings, bool encoder, std::ostream &out) {
+    const char *family = encoder ? "encoder" : "decoder";
+    if (!wants(settings, family)) {
+        return;
+    }
+    const auto comparisons = bench::compareStreams(encoder, settings.rounds, settings.span);
+    out << "\n### " << (encoder ? "Encoder" : "Decoder") << "\n\n![CPU and latency of the "
+        << family << "](performance-" << family << ".svg)\n\n";
+    bench::writeTable(out, comparisons);
+    std::ofstream chart(settings.output / (std::string(family) + ".dat"));
+    bench::writeChartData(chart, comparisons);
+}
+
+void measureIdle(std::ostream &out) {
+    out << "\n### With nothing to do\n\n| State | Share of a core |\n|---|---|\n";
+    for (const bool encoder : {false, true}) {
+        for (const auto &state : bench::idleStates(encoder)) {
+            const double share = bench::idleShare(state, kIdleSeconds);
+            fprintf(stderr, "%-60s %.2f %%\n", state.name.c_str(), share * 100);
+            out << "| " << state.name << " | " << share * 100 << " % |\n";
+        }
+    }
+}
+
+void measureWake(std::ostream &out, bench::Device silence, const char *name) {
+    const auto delays_us = bench::wakeDelays(silence, kWakes);
+    out << "| First data after " << name << " reaches the wire, us | " << bench::median(delays_us)
+        << " (worst of " << kWakes << ": " << *std::max_element(delays_us.begin(), delays_us.end())
+        << ") | |\n";
+}
+
+void measureStartUp(std::ostream &out) {
+    std::vector<double> daemon_ms;
+    std::vector<double> bare_ms;
+    for (int i = 0; i < kStarts; ++i) {
+        daemon_ms.push_back(bench::startUpMs(Program::daemon));
+        bare_ms.push_back(bench::startUpMs(Program::bare));
+    }
+    out << "| Start to first datagram, ms | " << bench::median(daemon_ms) << " (worst of "
+        << kStarts << ": " << *std::max_element(daemon_ms.begin(), daemon_ms.end()) << ") | "
+        << bench::median(bare_ms) << " |\n";
+}
+
+void measureLoss(std::ostream &out) {
+    const auto daemon = bench::lossyStream(Program::daemon, kLossyRate, kLossySeconds);
+    const auto bare = bench::lossyStream(Program::bare, kLossyRate, kLossySeconds);
+    out << "| 1 % loss, 60 ms round trip, latency 250 ms: messages late or missing | "
+        << daemon.missing << " of " << daemon.payloads << " | " << bare.missing << " of "
+        << bare.payloads << " |\n";
+}
+
+void countSystemCalls(std::ostream &out) {
+    for (const bool encoder : {false, true}) {
+        const bench::Job job{.encoder = encoder};
+        out << "| System calls of the " << (encoder ? "sending" : "receiving") << " thread per "
+            << (encoder ? "read of the device" : "datagram") << " | "
+            << bench::systemCallsPerRead(Program::daemon, job, kTracedRate) << " | "
+            << bench::systemCallsPerRead(Program::bare, job, kTracedRate) << " |\n";
+    }
+}
+
+void measureSingles(std::ostream &out) {
+    out << "\n### Single figures\n\n| What | tidewell | bare loop |\n|---|---|---|\n";
+    measureStartUp(out);
+    measureWake(out, bench::Device::silent, "a silent device");
+    measureWake(out, bench::Device::ended, "a device that answers with nothing");
+    measureLoss(out);
+    countSystemCalls(out);
+}
+
+void measureAll(const Settings &settings) {
+    std::ofstream out(settings.output / "tables.md");
+    out.precision(3);
+    out << bench::describeMachine() << settings.rounds << " rounds of " << settings.span.seconds
+        << " s each.\n";
+    for (const bool encoder : {false, true}) {
+        compareFamily(settings, encoder, out);
+    }
+    if (wants(settings, "idle")) {
+        measureIdle(out);
+    }
+    if (wants(settings, "single")) {
+        measureSingles(out);
+    }
+}
+
+bool readSettings(int count, char **words, Settings &settings) {
+    for (int i = 1; i < count; ++i) {
+        const std::string word = words[i];
+        if (word == "--rounds" && i + 1 < count) {
+            settings.rounds = atoi(words[++i]);
+        } else if (word == "--seconds" && i + 1 < count) {
+            settings.span.seconds = atof(words[++i]);
+        } else if (word == "--patience" && i + 1 < count) {
+            settings.span.patience_s = atof(words[++i]);
+        } else if (settings.output.empty() && !word.starts_with('-')) {
+            settings.output = fs::absolute(word);
+        } else {
+            settings.chapters.insert(word);
+        }
+    }
+    return !settings.output.empty() && settings.rounds > 0 && settings.span.seconds > 0;
+}
+
+}  // namespace
+
+int main(int count, char **words) {
+    Settings settings;
+    if (!readSettings(count, words, settings)) {
+        fputs("usage: tidewell_bench OUTPUT_DIR [decoder] [encoder] [idle] [single]"
+              " [--rounds N] [--seconds S] [--patience S]\n",
+              stderr);
+        return 2;
+    }
+    try {
+        fs::create_directories(settings.output);
+        sim::enterSandbox({settings.output});
+        srt_startup();
+        srt_setloglevel(LOG_CRIT);
+        measureAll(settings);
+        srt_cleanup();
+        return 0;
+    } catch (const std::exception &failure) {
+        fprintf(stderr, "tidewell_bench: %s\n", failure.what());
+        return 1;
+    }
+}
