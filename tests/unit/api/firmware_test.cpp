@@ -8,8 +8,8 @@
 
 #include "api/firmware_files.h"
 #include "api/firmware_server.h"
+#include "sim/web_server.h"
 #include "tests/support/files.h"
-#include "tests/support/web_server.h"
 
 namespace {
 
@@ -95,18 +95,19 @@ TEST_F(FirmwareDirectory, PruningKeepsWhatBeginsWithTheNameAndWhatIsNoFirmware) 
 }
 
 TEST_F(FirmwareDirectory, DownloadMakesRoomFirstAndLeavesNoPartBehind) {
-    WebServer server("127.0.0.1", 8080);
-    const std::string base = "http://127.0.0.1:8080/";
-    server.set("/tidewell-fennel-2", okReply("echo hello\n"));
+    sim::WebServer server;
+    const std::string base = "http://127.0.0.1/uploads/";
+    server.addUpload("tidewell-fennel-2", "echo hello\n");
     EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-2", directory),
               directory + "tidewell-fennel-2");
     EXPECT_EQ(readFile(directory + "tidewell-fennel-2"), "echo hello\n");
     EXPECT_EQ(names(), (Names{"holiday.ts", "tidewell-fennel-2"}));
 
-    server.set("/tidewell-fennel-3", okReply("cut", 100));
+    server.setManner(sim::WebManner::break_off);
     EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-3", directory), "");
     EXPECT_EQ(names(), Names{"holiday.ts"});
     EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-3", "/tmp/nowhere/"), "");
+    server.setManner(sim::WebManner::answer);
     // Small enough to wait in stdio's buffer until the file is closed.
     fs::create_symlink("/dev/full", directory + "tidewell-fennel-2");
     EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-2", directory), "") << "the disk is full";
