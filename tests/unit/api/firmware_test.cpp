@@ -31,12 +31,19 @@ TEST(FirmwareName, IsWhatNeitherAShellNorAPathCanMisread) {
 }
 
 TEST(ServerListing, GivesTheFirstLinkOfEachLineThatFits) {
-    const struct {
+    struct Row {
         std::string listing;
         std::string platform;
         std::set<std::string> names;
-    } rows[] = {
+    };
+    std::string endless = "<a href=\"tidewell-fennel-1\">";  // of links without an end
+    while (endless.size() < 1'000'000) {
+        endless += "<a href=\"tidewell-fennel";
+    }
+    const Row rows[] = {
         {"", "fennel", {}},
+        {endless, "fennel", {"tidewell-fennel-1"}},
+        {endless.substr(28), "fennel", {}},
         {"<a href=\"tidewell-fennel-2\">x</a>\n<a href=\"tidewell-fennel-10\">y</a>\n"
          "<a href=\"tidewell-fennel-2\">again</a>",
          "fennel",
@@ -54,7 +61,7 @@ TEST(ServerListing, GivesTheFirstLinkOfEachLineThatFits) {
         {"<a href=\"tidewell-fennel-1\">", "", {"tidewell-fennel-1"}},
     };
     for (const auto &row : rows) {
-        SCOPED_TRACE(row.platform + ": " + row.listing);
+        SCOPED_TRACE(row.platform + ": " + row.listing.substr(0, 200));
         EXPECT_EQ(scrapeFirmwareNames(row.listing, row.platform), row.names);
     }
 }
