@@ -1,5 +1,6 @@
 #include "api/firmware_server.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iostream>
 #include <memory>
@@ -20,6 +21,7 @@ using boost::xpressive::smatch;
 using boost::xpressive::sregex;
 
 constexpr long kTransferSeconds = 10;
+constexpr std::size_t kLongestLine = 4096;  // looking for links takes its square
 constexpr std::size_t kListingLimit = std::size_t{1024} * 1024;  // far above any real one
 
 // Refuses what is above the limit, which ends the transfer.
@@ -99,6 +101,7 @@ std::set<std::string> scrapeFirmwareNames(const std::string &listing, const std:
         const auto link = sregex::compile("<a href=\"(tidewell-" + platform + ".*?)\">");
         std::istringstream lines(listing);
         for (std::string line; std::getline(lines, line);) {
+            line.resize(std::min(line.size(), kLongestLine));
             smatch match;
             if (boost::xpressive::regex_search(line, match, link)) {
                 names.insert(match[1]);
@@ -112,7 +115,7 @@ std::set<std::string> scrapeFirmwareNames(const std::string &listing, const std:
 
 std::string downloadFirmware(const std::string &base, const std::string &name,
                              const std::string &directory) {
-    const std::string path = directory + name;
+    std::string path = directory + name;
     const std::string url = base + name;
     pruneFirmware(name, directory);
     std::cout << "Downloading url " << url << " as " << path << std::endl;

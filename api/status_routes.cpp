@@ -50,7 +50,7 @@ void applyConfig(const ApiRequest &request) {
     ApiHandler &handler = request.handler();
     const std::string body = request.body();
     checkRoute();
-    handler.setCfg(body.c_str());  // as far as its first NUL
+    handler.setCfg(body.substr(0, body.find('\0')));
     *handler.parts.current_idx = 0;
     *handler.parts.change_flag = 1;  // the pump may have lowered it before the index was set
     replyStatus(request.connection, true);

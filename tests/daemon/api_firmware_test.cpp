@@ -6,9 +6,9 @@
 
 #include "sim/srt_sender.h"
 #include "sim/udp_sink.h"
+#include "sim/web_server.h"
 #include "tests/daemon/api_client.h"
 #include "tests/support/files.h"
-#include "tests/support/web_server.h"
 
 namespace {
 
@@ -28,8 +28,6 @@ const std::string kScript =
 class Firmware : public testing::Test {
 protected:
     Firmware() {
-        fs::remove("/etc/hosts");
-        writeFile("/etc/hosts", "127.0.0.2 firmware.qorbi.example\n");
         writeFile("/etc/cron.d/crontab", "1 /etc/init.d/tidewell\n2 other\n");
         writeFile(kMedia + "tidewell-fennel-1.0.2", kScript);
         writeFile(kMedia + "tidewell-fennel-1.0.10", kScript);
@@ -60,13 +58,14 @@ TEST_F(Firmware, IsListedForThePlatformFromTheHighestVersionDown) {
     const ApiDaemon daemon({});
     EXPECT_EQ(ask("/api/localfirmware/get").body,
               "{\"updates\":[\"tidewell-fennel-1.0.10\",\"tidewell-fennel-1.0.2\"]}\n");
-    WebServer server("127.0.0.2");
-    server.set("/uploads/", okReply("<a href=\"tidewell-fennel-1.0.2\">2</a>\n"
-                                    "<a href=\"tidewell-fennel-1.0.10\">10</a>\n"
-                                    "<a href=\"tidewell-dill-9\">9</a>\n"));
+    sim::WebServer server;
+    for (const char *name :
+         {"tidewell-fennel-1.0.2", "tidewell-fennel-1.0.10", "tidewell-dill-9"}) {
+        server.addUpload(name, "");
+    }
     EXPECT_EQ(ask("/api/firmware/get").body,
               "{\"updates\":[\"tidewell-fennel-1.0.10\",\"tidewell-fennel-1.0.2\"]}\n");
-    server.set("/uploads/", okReply(std::string(3 << 20, 'x')));
+    server.setReply("/uploads/", std::string(3 << 20, 'x'));
     EXPECT_EQ(ask("/api/firmware/get").body, "{\"updates\":[]}\n");
     EXPECT_EQ(daemon.countLines("Could not fetch firmware listing"), 1);
 }
@@ -119,8 +118,8 @@ TEST_F(Firmware, LocalUpdateStartsTheScriptAndSilencesTheApiButNotTheStream) {
 
 TEST_F(Firmware, ServerUpdateIsAnsweredAndRunsWhatWasFetched) {
     writeFile(kRootCrontab, "1 tidewell\n2 other\n");
-    WebServer server("127.0.0.2");
-    server.set("/uploads/tidewell-fennel-2", okReply(kScript));
+    sim::WebServer server;
+    server.addUpload("tidewell-fennel-2", kScript);
     const ApiDaemon daemon({});
     EXPECT_EQ(ask("/api/firmware/set", "{\"update\":\"tidewell-fennel-2\"}").body, "{}\n");
     expectCleanScript();
@@ -134,8 +133,9 @@ TEST_F(Firmware, FailedDownloadIsAnsweredAllTheSameAndTheApiGoesOn) {
     const ApiDaemon daemon({});
     const std::string update = "{\"update\":\"tidewell-fennel-2\"}";
     EXPECT_EQ(ask("/api/firmware/set", update).body, "{}\n") << "no server at all";
-    WebServer server("127.0.0.2");
-    server.set("/uploads/tidewell-fennel-2", okReply("echo cut", 100));
+    sim::WebServer server;
+    server.addUpload("tidewell-fennel-2", "echo cut");
+    server.setManner(sim::WebManner::break_off);
     EXPECT_EQ(ask("/api/firmware/set", update).body, "{}\n");
     EXPECT_EQ(ask("/api/localfirmware/get").body, "{\"updates\":[]}\n")
         << "the old files made room for the download";

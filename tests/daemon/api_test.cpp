@@ -4,13 +4,16 @@
 #include <filesystem>
 
 #include <linux/capability.h>
+#include <netinet/in.h>
 #include <sys/prctl.h>
 
+#include "sim/file_descriptor.h"
+#include "sim/proxy_image.h"
 #include "sim/route_driver.h"
 #include "sim/sandbox.h"
+#include "sim/web_server.h"
 #include "tests/daemon/api_client.h"
 #include "tests/support/files.h"
-#include "tests/support/web_server.h"
 
 namespace {
 
@@ -146,8 +149,18 @@ TEST(Api, RestartIsAnsweredBeforeTheProcessEnds) {
     }
 }
 
+sim::FileDescriptor takePort(std::uint16_t port) {
+    sim::FileDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    bind(listener.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    listen(listener.get(), 1);
+    return listener;
+}
+
 TEST(Api, TakenPortIsToldOnceAndTakenUpWhenItIsFree) {
-    auto owner = std::make_unique<WebServer>("127.0.0.1", kApiPort);
+    std::optional<sim::FileDescriptor> owner(takePort(kApiPort));
     sim::Daemon daemon({});
     ASSERT_TRUE(daemon.waitForLine("Could not listen on port 8000"));
     ASSERT_TRUE(daemon.waitForLine("SRT open failed")) << "the stream does not wait for the API";
@@ -234,33 +247,49 @@ TEST(Thumbnail, IsTheLastImageThatCouldBeFetched) {
                                "\r\n\r\n" + image + "\r\n");
         };
         imageIs("");
-        WebServer server("127.0.0.1");
+        sim::WebServer server;
         const std::string whole(8192, 'w');
-        server.set(row.path, okReply(whole));
+        server.setReply(row.path, whole);
         imageIs(whole);
-        EXPECT_EQ(server.lastRequest(), "GET " + row.path +
-                                            " HTTP/1.0\r\nHost: 127.0.0.1\r\nContent-Type: "
-                                            "octet-stream\r\nContent-Length: 0\r\n\r\n");
-        server.set(row.path, okReply("c" + whole));
+        server.setReply(row.path, "c" + whole);
         const std::string cut = "c" + whole.substr(1);
         imageIs(cut);
-        server.set(row.path, okReply("broken off", 100));
-        imageIs(cut);
-        server.set(row.path, "no HTTP");
+        server.setManner(sim::WebManner::break_off);
         imageIs(cut);
         const auto start = std::chrono::steady_clock::now();
-        server.fallSilent(row.path);
+        server.setManner(sim::WebManner::hang);
         imageIs(cut);
         EXPECT_LT(std::chrono::steady_clock::now() - start, 1500ms);
-        server.set(row.path, "HTTP/1.1 404 Not Found\r\nContent-Length: 2\r\n\r\nno");
+        server.setManner(sim::WebManner::answer);
+        server.setReply(row.path, "no", 404);
         imageIs("no");
+        EXPECT_EQ(server.requests(), std::vector<std::string>(5, row.path));
         EXPECT_EQ(ask("/api/encthumb?now").body, "no");
     }
 }
 
-class Encoder : public testing::Test {
+TEST(Api, StatsCarryTheLevelsOfTheOlderDriver) {
+    sim::ProxyImage device;
+    std::vector<std::uint32_t> words(16, sim::ProxyImage::word(3, 21));
+    words[15] = sim::ProxyImage::word(3, 0xFFFFF);
+    words[7] = sim::ProxyImage::word(15, 7);
+    device.setWords(words);
+    sim::DaemonOptions options;
+    options.before_exec = device.installer();
+    const ApiDaemon daemon(options);
+    std::string levels = "[";
+    for (int channel = 0; channel < 15; ++channel) {
+        levels += channel == 3 ? "1048575," : "-1431655766,";
+    }
+    EXPECT_EQ(ask("/api/stats").body,
+              "{\"audio_levels\":\"" + levels + "7]\",\"current_idx\":0}\n");
+    EXPECT_EQ(device.startRequests(), 1);
+    EXPECT_EQ(device.wordRequests(), 16);
+}
+
+class ApiOfEncoder : public testing::Test {
 protected:
-    Encoder() {
+    ApiOfEncoder() {
         writeFile("/dev/rt_ingress4", "");
         options.product = "WX-1";
     }
@@ -268,7 +297,7 @@ protected:
     sim::DaemonOptions options;
 };
 
-TEST_F(Encoder, LostRouteIsAskedForAgain) {
+TEST_F(ApiOfEncoder, LostRouteIsAskedForAgain) {
     driver.followCommands(true);
     const ApiDaemon daemon(options);
     ASSERT_TRUE(sim::waitUntil([&] { return driver.routeUps() == 1; }));
@@ -278,7 +307,7 @@ TEST_F(Encoder, LostRouteIsAskedForAgain) {
     EXPECT_TRUE(sim::waitUntil([&] { return driver.routeUps() == 2; }, 5s));
 }
 
-TEST_F(Encoder, DriverThatTakesAPartDoesNotEndTheApi) {
+TEST_F(ApiOfEncoder, DriverThatTakesAPartDoesNotEndTheApi) {
     driver.showRoute(true);
     ApiDaemon daemon(options);
     fs::remove("/dev/rt_cmd");

@@ -8,8 +8,8 @@
 
 #include "api/firmware_files.h"
 #include "api/firmware_server.h"
+#include "sim/web_server.h"
 #include "tests/support/files.h"
-#include "tests/support/web_server.h"
 
 namespace {
 
@@ -31,12 +31,19 @@ TEST(FirmwareName, IsWhatNeitherAShellNorAPathCanMisread) {
 }
 
 TEST(ServerListing, GivesTheFirstLinkOfEachLineThatFits) {
-    const struct {
+    struct Row {
         std::string listing;
         std::string platform;
         std::set<std::string> names;
-    } rows[] = {
+    };
+    std::string endless = "<a href=\"tidewell-fennel-1\">";  // of links without an end
+    while (endless.size() < 1'000'000) {
+        endless += "<a href=\"tidewell-fennel";
+    }
+    const Row rows[] = {
         {"", "fennel", {}},
+        {endless, "fennel", {"tidewell-fennel-1"}},
+        {endless.substr(28), "fennel", {}},
         {"<a href=\"tidewell-fennel-2\">x</a>\n<a href=\"tidewell-fennel-10\">y</a>\n"
          "<a href=\"tidewell-fennel-2\">again</a>",
          "fennel",
@@ -54,7 +61,7 @@ TEST(ServerListing, GivesTheFirstLinkOfEachLineThatFits) {
         {"<a href=\"tidewell-fennel-1\">", "", {"tidewell-fennel-1"}},
     };
     for (const auto &row : rows) {
-        SCOPED_TRACE(row.platform + ": " + row.listing);
+        SCOPED_TRACE(row.platform + ": " + row.listing.substr(0, 200));
         EXPECT_EQ(scrapeFirmwareNames(row.listing, row.platform), row.names);
     }
 }
@@ -95,18 +102,19 @@ TEST_F(FirmwareDirectory, PruningKeepsWhatBeginsWithTheNameAndWhatIsNoFirmware) 
 }
 
 TEST_F(FirmwareDirectory, DownloadMakesRoomFirstAndLeavesNoPartBehind) {
-    WebServer server("127.0.0.1", 8080);
-    const std::string base = "http://127.0.0.1:8080/";
-    server.set("/tidewell-fennel-2", okReply("echo hello\n"));
+    sim::WebServer server;
+    const std::string base = "http://127.0.0.1/uploads/";
+    server.addUpload("tidewell-fennel-2", "echo hello\n");
     EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-2", directory),
               directory + "tidewell-fennel-2");
     EXPECT_EQ(readFile(directory + "tidewell-fennel-2"), "echo hello\n");
     EXPECT_EQ(names(), (Names{"holiday.ts", "tidewell-fennel-2"}));
 
-    server.set("/tidewell-fennel-3", okReply("cut", 100));
+    server.setManner(sim::WebManner::break_off);
     EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-3", directory), "");
     EXPECT_EQ(names(), Names{"holiday.ts"});
     EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-3", "/tmp/nowhere/"), "");
+    server.setManner(sim::WebManner::answer);
     // Small enough to wait in stdio's buffer until the file is closed.
     fs::create_symlink("/dev/full", directory + "tidewell-fennel-2");
     EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-2", directory), "") << "the disk is full";

@@ -1,0 +1,22 @@
+// Any listing of the firmware server and any name of a client. The first line is the name
+// and the platform word, the rest the listing.
+#include "api/firmware_files.h"
+#include "api/firmware_server.h"
+
+#include "fuzz/fuzz_target.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t count) {
+    const std::string text = textOf(bytes, count);
+    const std::string name = text.substr(0, text.find('\n'));
+    if (isFirmwareName(name)) {
+        require(name.find_first_of("/ ;&|$`'\"\\<>(){}*?!#\n") == std::string::npos,
+                "a name means nothing to a shell");
+        require(name.size() <= 200 && name[0] != '.' && name[0] != '-', "a name is no option");
+    }
+    scrapeFirmwareNames(text, name.substr(0, 32));
+    for (const std::string &found : scrapeFirmwareNames(text, "fennel")) {
+        require(found.starts_with("tidewell-fennel"), "only this platform's files are listed");
+        require(found.find('\n') == std::string::npos, "a name lies within its line");
+    }
+    return 0;
+}
