@@ -1,7 +1,6 @@
 #include "endpoints/srt_input.h"
 
 #include <cstdio>
-#include <iostream>
 #include <sstream>
 
 #include <syslog.h>
@@ -132,7 +131,7 @@ int srt_input::readCaller(char *buffer, int length) {
     if (nothingCame(srt_getlasterror(nullptr))) {
         return -2;
     }
-    std::cerr << srt_getlasterror_str() << std::endl;
+    fprintf(stderr, "%s\n", srt_getlasterror_str());
     return 0;
 }
 

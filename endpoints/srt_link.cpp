@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <iostream>
 #include <memory>
 
 #include <arpa/inet.h>
@@ -161,7 +160,8 @@ accept_result_t srt_link_t::acceptClient() {
         return accept_result_t::failed;
     }
     setPeer(host, service);
-    std::cout << "new connection: " << host << ":" << service << std::endl;
+    printf("new connection: %s:%s\n", host, service);
+    fflush(stdout);
     return accept_result_t::accepted;
 }
 
@@ -170,7 +170,8 @@ bool srt_link_t::dropGoneClient() {
     if (status != SRTS_BROKEN && status != SRTS_CLOSED && status != SRTS_NONEXIST) {
         return false;
     }
-    std::cout << "source disconnected. status=" << static_cast<int>(status) << std::endl;
+    printf("source disconnected. status=%d\n", status);
+    fflush(stdout);
     srt_close(client_sock);
     client_sock = SRT_INVALID_SOCK;
     return true;

@@ -80,6 +80,7 @@ TEST_F(Encoder, BackupTakesOverAndEveryFailedOpeningIsLogged) {
     ASSERT_TRUE(daemon.waitForLine(": SRT output failed: srt://127.0.0.1:5001", 2, 20s));
     primary.restart();
     EXPECT_TRUE(waitUntil([&] { return primary.received().messages > 100; }, 20s));
+    EXPECT_EQ(daemon.stop(3s), 0);
     expectWhole(primary);
 }
 
@@ -96,8 +97,8 @@ TEST_F(Encoder, ListenerServesClientAfterClientAndKeepsNothingForThem) {
     }));
     far_end.restart();
     EXPECT_TRUE(waitUntil([&] { return far_end.received().messages > 100; }, 15s));
-    expectWhole(far_end);
     EXPECT_EQ(daemon.stop(3s), 0);
+    expectWhole(far_end);
 }
 
 TEST_F(Encoder, ThreadOfThePumpAloneIsRealTime) {
@@ -229,6 +230,7 @@ TEST_F(Encoder, LossyLinkIsMadeGood) {
     SrtReceiver far_end({.port = 5000, .latency_ms = 3000});
     Daemon daemon({.primary = "srt://127.0.0.1:5003?mode=caller&latency=3000", .product = "WX-1"});
     ASSERT_TRUE(waitUntil([&] { return far_end.received().messages > 1000; }, 20s));
+    EXPECT_EQ(daemon.stop(3s), 0);
     EXPECT_GT(link.lost(), 20U);
     EXPECT_EQ(far_end.received().sources[ingress.id()].lost, 0U);
     expectWhole(far_end);
