@@ -22,10 +22,8 @@ SimulatedUnit::SimulatedUnit(const UnitOptions &unit_options) : options(unit_opt
 
 SimulatedUnit::~SimulatedUnit() {
     std::error_code ignored;
-    for (const auto &entry : std::filesystem::directory_iterator(directory(), ignored)) {
-        std::filesystem::remove(entry.path(), ignored);
-    }
-    std::filesystem::remove(directory(), ignored);
+    std::filesystem::remove_all(directory(), ignored);
+    std::filesystem::remove(directory().parent_path(), ignored);  // unless others use it
 }
 
 void SimulatedUnit::run(SrtPeer &primary, SrtPeer &backup, DaemonOptions settings) {

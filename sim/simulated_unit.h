@@ -17,8 +17,9 @@ inline constexpr std::uint16_t kPrimaryPort = 5000;
 inline constexpr std::uint16_t kBackupPort = 5001;
 
 struct UnitOptions {
-    std::filesystem::path daemon;     // the executable
-    std::filesystem::path directory;  // for settings and output; reachable outside as well
+    std::filesystem::path daemon;  // the executable
+    std::filesystem::path
+        directory;  // this session's own, for settings and output; reachable outside
 };
 
 // A command to paste into a second terminal and what it does.

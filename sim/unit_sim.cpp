@@ -24,8 +24,8 @@ constexpr const char *kUsage =
     R"(usage: unit_sim run decoder|encoder --daemon PATH --work-dir DIR
 
 Runs the daemon PATH in a video unit in a box: a network, devices and file systems of
-its own, and two SRT far ends. Settings and output lie in DIR, which is removed with all
-it holds at the end. Shows what to try in a second terminal; Ctrl-C ends everything.
+its own, and two SRT far ends. Settings and output lie in a directory of this session's
+below DIR and go with it. Shows what to try in a second terminal; Ctrl-C ends everything.
 
 Signals: USR1 pauses the encoder's device and lets it go on, USR2 brings back what was
 stopped or killed.
@@ -54,6 +54,8 @@ std::optional<Arguments> parseArguments(int argc, char **argv) {
                           !arguments.unit.daemon.empty() && !arguments.unit.directory.empty();
     const std::string family = complete ? argv[optind + 1] : "";
     arguments.is_encoder = family == "encoder";
+    // Several sessions may share the directory that was named.
+    arguments.unit.directory /= family + "-" + std::to_string(getpid());
     return family == "encoder" || family == "decoder" ? std::optional(arguments) : std::nullopt;
 }
 
