@@ -175,9 +175,6 @@ TEST_F(BadLuck, FullOrReadOnlyTmpCostsTheLogFileOnly) {
 }
 
 TEST_F(BadLuck, NoDescriptorsLeftIsOverWhenThereAreSomeAgain) {
-    if (!kShimWorks) {
-        GTEST_SKIP() << "the sanitizers need descriptors themselves";
-    }
     Daemon daemon({.primary = sender.uri()});
     ASSERT_TRUE(streamRuns());
     rlimit few{3, 1024};

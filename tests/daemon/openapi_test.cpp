@@ -3,7 +3,6 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <regex>
 #include <set>
 
 #include "sim/audio_levels.h"
@@ -41,10 +40,10 @@ protected:
 
 TEST_F(OpenApi, NamesEveryRouteAndNoOther) {
     const std::string table = readFile(kSource + "/api/dispatch.cpp");
-    const std::regex row("\\{\"(/[^\"]+)\", \\w+, reply");
+    const std::string row = "{\"/";
     std::set<std::string> routes;
-    for (std::sregex_iterator at(table.begin(), table.end(), row), end; at != end; ++at) {
-        routes.insert((*at)[1]);
+    for (auto at = table.find(row); at != std::string::npos; at = table.find(row, at + 1)) {
+        routes.insert(table.substr(at + 2, table.find('"', at + 2) - at - 2));
     }
     EXPECT_EQ(routes.size(), 17U);
     EXPECT_EQ(documentedPaths(), routes);
