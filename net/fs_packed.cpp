@@ -57,11 +57,12 @@ std::vector<DirectoryEntry> listPacked(const std::string &path) {
         if (child.empty()) {
             continue;
         }
-        const auto file = openPacked(path + "/" + child);
+        const auto file = openPacked(std::string(path).append("/").append(child));
         found[child] = {child, file ? PathKind::File : PathKind::Directory, file ? file->size : 0,
                         file ? file->mtime : 0};
     }
     std::vector<DirectoryEntry> entries;
+    entries.reserve(found.size());
     for (auto &[child, entry] : found) {
         entries.push_back(std::move(entry));
     }

@@ -12,7 +12,7 @@ namespace {
 // What a fetch was told, as text: "connect", "reply:BODY", "error", "close".
 struct Fetch {
     std::string url;
-    std::string events = "";
+    std::string events{};
     bool done = false;
 
     static void onEvent(mg_connection *c, int event, void *data) {
