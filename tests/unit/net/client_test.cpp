@@ -46,7 +46,6 @@ struct Fetch {
 };
 
 TEST(Client, TellsAWholeReplyFromABrokenOne) {
-    mg_log_level = MG_LL_NONE;
     const std::string ok = "HTTP/1.1 200 OK\r\n";
     const std::string chunked = ok + "Transfer-Encoding: chunked\r\n\r\n2\r\nab\r\n";
     const std::pair<std::string, const char *> rows[] = {

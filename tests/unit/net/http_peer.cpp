@@ -9,6 +9,7 @@
 
 HttpServer::HttpServer(std::string root, mg_fs *files)
     : root_dir(std::move(root)), root_files(files) {
+    mg_log_level = MG_LL_NONE;
     mg_mgr_init(&manager);
     mg_connection *listener = mg_http_listen(&manager, "http://127.0.0.1:0", onEvent, this);
     if (listener == nullptr) {

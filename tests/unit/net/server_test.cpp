@@ -230,8 +230,10 @@ TEST_F(Server, DoesNotGrowWithTenThousandConnections) {
     EXPECT_LT(residentBytes() - before, 4L * 1024 * 1024);
 }
 
-TEST_F(Server, WaitsWithoutSpinningWhileDescriptorsAreUsedUp) {
-    mg_log_level = MG_LL_NONE;
+// No fixture: where no descriptor is left, UBSan cannot tell its vtable from garbage.
+TEST(Accepting, WaitsWithoutSpinningWhileDescriptorsAreUsedUp) {
+    const HttpServer server;
+    RawClient client(server.port);
     ASSERT_TRUE(waitUntil([&] { return server.open == 2; }));
     const rlimit limit = {64, 64};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
