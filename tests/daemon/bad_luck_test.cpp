@@ -61,7 +61,7 @@ TEST_F(BadLuck, BrokenSettingsFilesKeepTheRunningAddresses) {
         endStream();
         EXPECT_TRUE(streamRuns());
     }
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
 }
 
 TEST_F(BadLuck, MissingFileOrDirectoryStopsTheStreamUntilItIsBack) {
@@ -115,7 +115,7 @@ TEST_F(BadLuck, StreamIdOfAnyLengthIsHeldAndItsLogLineCut) {
     EXPECT_TRUE(
         waitUntil([] { return readFile("/tmp/proxy.log").find("iii") != std::string::npos; }));
     EXPECT_LT(readFile("/tmp/proxy.log").size(), 1200U);
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
 }
 
 TEST_F(BadLuck, NoiseAndHalfHandshakesAtTheListenerChangeNothing) {
@@ -141,7 +141,7 @@ TEST_F(BadLuck, NoiseAndHalfHandshakesAtTheListenerChangeNothing) {
     close(noise);
     SrtSender caller({{.port = 5001, .mode = sim::PeerMode::caller, .latency_ms = 20}});
     EXPECT_TRUE(streamRuns());
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
 }
 
 TEST_F(BadLuck, PortInUseIsTriedAgainUntilItIsFree) {
@@ -165,13 +165,13 @@ TEST_F(BadLuck, FullOrReadOnlyTmpCostsTheLogFileOnly) {
     {
         Daemon daemon({.primary = sender.uri()});
         EXPECT_TRUE(streamRuns());
-        EXPECT_EQ(daemon.stop(3s), 0);
+        EXPECT_EQ(daemon.stop(kStopLimit), 0);
     }
     EXPECT_FALSE(fs::exists("/tmp/proxy.log.new"));
     ASSERT_EQ(mount("none", "/tmp", nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
     Daemon daemon({.primary = sender.uri()});
     EXPECT_TRUE(streamRuns());
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
 }
 
 TEST_F(BadLuck, NoDescriptorsLeftIsOverWhenThereAreSomeAgain) {
@@ -184,7 +184,7 @@ TEST_F(BadLuck, NoDescriptorsLeftIsOverWhenThereAreSomeAgain) {
     few.rlim_cur = 1024;
     ASSERT_EQ(prlimit(daemon.pid(), RLIMIT_NOFILE, &few, nullptr), 0);
     EXPECT_TRUE(streamRuns());
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
 }
 
 TEST_F(BadLuck, ReceiveErrorReopensTheSameAddressAtOnce) {
@@ -237,7 +237,7 @@ TEST(BadLuckListener, ThreeHundredClientsLeaveNothingBehind) {
     EXPECT_TRUE(!kShimWorks || waitUntil([&] { return daemon.residentKb() <= resident_kb + 1024; }))
         << daemon.residentKb() << " kB, after 50 clients " << resident_kb;
     EXPECT_EQ(daemon.countLines("source disconnected. status="), 350);
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
 }
 
 }  // namespace

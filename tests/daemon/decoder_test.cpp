@@ -8,6 +8,7 @@
 #include "sim/time_namespace.h"
 #include "sim/udp_sink.h"
 #include "tests/support/files.h"
+#include "tests/support/sanitized.h"
 
 namespace {
 
@@ -53,7 +54,7 @@ TEST_F(Decoder, BackupCarriesOnAtOnceWhenThePrimaryEndsAndStaysInUse) {
     EXPECT_TRUE(unitReceivesFrom(primary));
     EXPECT_EQ(daemon.countLines("SRT EOS, Switching to next stream if avail."), 4);
     EXPECT_EQ(daemon.countLines("SRT open failed"), 0);
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
     EXPECT_EQ(unit.received().sources[primary.id()].lost, 0U);
 }
 
@@ -61,7 +62,7 @@ TEST_F(Decoder, WordsOfAWholeLifeComeInTheirOrder) {
     SrtSender primary(5000);
     Daemon daemon({.primary = primary.uri()});
     ASSERT_TRUE(unitReceivesFrom(primary));
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
     std::string said;
     std::string logged;
     std::istringstream lines(daemon.standardOutput());
@@ -155,7 +156,7 @@ TEST_F(Decoder, SilentPeerHoldsUpNeitherStopNorStream) {
     primary.resume();
     EXPECT_TRUE(unitReceivesFrom(primary));
     primary.pause();
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
     EXPECT_EQ(daemon.countLines("SRT EOS"), 0);
 }
 
@@ -197,7 +198,7 @@ TEST_P(DecoderClock, WrapDoesNotStopAPacedStream) {
     ASSERT_TRUE(unitReceivesFrom(primary));
     ASSERT_TRUE(waitUntil([&] { return std::chrono::steady_clock::now() > wrap + 100ms; }));
     EXPECT_TRUE(unitReceivesFrom(primary));
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Deadline, DecoderClock,

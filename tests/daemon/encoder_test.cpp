@@ -13,6 +13,7 @@
 #include "sim/route_ingress.h"
 #include "sim/srt_receiver.h"
 #include "tests/support/files.h"
+#include "tests/support/sanitized.h"
 
 namespace {
 
@@ -50,7 +51,7 @@ TEST_F(Encoder, SaysWhatItDoesInOrderAndTakesTheRouteDownAtTheEnd) {
     SrtReceiver far_end(5000);
     Daemon daemon({.primary = far_end.uri(), .product = "WX-2ZZ"});
     ASSERT_TRUE(arrives(far_end));
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
     std::string said;
     std::istringstream lines(daemon.standardOutput());
     for (std::string line; std::getline(lines, line);) {
@@ -80,7 +81,7 @@ TEST_F(Encoder, BackupTakesOverAndEveryFailedOpeningIsLogged) {
     ASSERT_TRUE(daemon.waitForLine(": SRT output failed: srt://127.0.0.1:5001", 2, 20s));
     primary.restart();
     EXPECT_TRUE(waitUntil([&] { return primary.received().messages > 100; }, 20s));
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
     expectWhole(primary);
 }
 
@@ -97,7 +98,7 @@ TEST_F(Encoder, ListenerServesClientAfterClientAndKeepsNothingForThem) {
     }));
     far_end.restart();
     EXPECT_TRUE(waitUntil([&] { return far_end.received().messages > 100; }, 15s));
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
     expectWhole(far_end);
 }
 
@@ -136,7 +137,7 @@ TEST_F(Encoder, SilentEndingAndReturningDeviceHoldsUpNeitherStreamNorStop) {
     ingress.resume();
     ASSERT_TRUE(arrives(far_end));
     ingress.pause();
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
     EXPECT_EQ(daemon.countLines("General error"), 0);
     EXPECT_EQ(daemon.countLines("SRT output opened"), 2);
     expectWhole(far_end);
@@ -165,7 +166,7 @@ TEST(EncoderDevice, FasterThanTheLinkEndsNothingAndCutsNothing) {
     SrtReceiver far_end(5000);
     Daemon daemon({.primary = "srt://127.0.0.1:5003?mode=caller&latency=120", .product = "WX-1"});
     ASSERT_TRUE(waitUntil([&] { return far_end.received().messages > 20000; }, 30s));
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
     const auto &source = far_end.received().sources[ingress.id()];
     EXPECT_EQ(source.reordered + source.duplicates + source.corrupt, 0U);
     EXPECT_EQ(far_end.received().messagesOf(kMessageBytes), far_end.received().messages);
@@ -190,7 +191,7 @@ TEST_P(EncoderFarEnd, IsSurvivedAndAStopIsPrompt) {
     ASSERT_TRUE(arrives(primary));
     GetParam().go(primary);
     EXPECT_TRUE(waitUntil([&] { return backup.received().messages > 100; }, 15s));
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
     expectWhole(backup);
 }
 
@@ -211,7 +212,7 @@ TEST_F(Encoder, FarEndThatReadsNothingHoldsUpNeitherStreamNorStop) {
     far_end.resume();
     EXPECT_TRUE(arrives(far_end));
     far_end.pause();
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
     EXPECT_EQ(daemon.countLines("SRT output opened"), 2);
 }
 
@@ -222,7 +223,7 @@ TEST_F(Encoder, StopsPromptlyInTheMiddleOfAFrozenFarEnd) {
     far_end.freeze();
     const auto frozen = std::chrono::steady_clock::now();
     ASSERT_TRUE(waitUntil([&] { return std::chrono::steady_clock::now() - frozen > 2s; }));
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
 }
 
 TEST_F(Encoder, LossyLinkIsMadeGood) {
@@ -230,7 +231,7 @@ TEST_F(Encoder, LossyLinkIsMadeGood) {
     SrtReceiver far_end({.port = 5000, .latency_ms = 3000});
     Daemon daemon({.primary = "srt://127.0.0.1:5003?mode=caller&latency=3000", .product = "WX-1"});
     ASSERT_TRUE(waitUntil([&] { return far_end.received().messages > 1000; }, 20s));
-    EXPECT_EQ(daemon.stop(3s), 0);
+    EXPECT_EQ(daemon.stop(kStopLimit), 0);
     EXPECT_GT(link.lost(), 20U);
     EXPECT_EQ(far_end.received().sources[ingress.id()].lost, 0U);
     expectWhole(far_end);

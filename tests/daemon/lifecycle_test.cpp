@@ -24,7 +24,7 @@ TEST(Lifecycle, EachStopSignalEndsItInOrderWithinAShortTime) {
         ASSERT_TRUE(daemon.waitForLine("SRT open failed"));
         daemon.signal(number);
         daemon.signal(SIGTERM);  // a second one changes nothing
-        EXPECT_EQ(daemon.waitForEnd(3s), 0);
+        EXPECT_EQ(daemon.waitForEnd(kStopLimit), 0);
         EXPECT_EQ(daemon.countLines("main exit"), 1);
     }
 }
@@ -122,7 +122,7 @@ TEST(Lifecycle, ClosedFullOrStuckOutputsDoNotStopTheStream) {
         sim::UdpSink unit;
         Daemon daemon({.primary = sender.uri(), .before_exec = row.prepare});
         EXPECT_TRUE(waitUntil([&] { return unit.datagrams() > 100; }));
-        EXPECT_EQ(daemon.stop(3s), 0);
+        EXPECT_EQ(daemon.stop(kStopLimit), 0);
     }
 }
 
@@ -137,7 +137,7 @@ TEST(Lifecycle, StreamRunsWithoutStatisticsWhenTheirThreadCannotStart) {
     EXPECT_TRUE(waitUntil([&] { return unit.datagrams() > 100; }));
     EXPECT_EQ(daemon->countLines(": Stats thread could not be started"), 2);
     EXPECT_EQ(daemon->countLines("mon_thread_entry"), 0);
-    EXPECT_EQ(daemon->stop(3s), 0);
+    EXPECT_EQ(daemon->stop(kStopLimit), 0);
 }
 
 TEST(Lifecycle, StreamPathAllocatesNothingAndTakesNoLockOfOurs) {

@@ -12,11 +12,10 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kShimWorks = false;  // the sanitizers interpose the same functions
-#else
-constexpr bool kShimWorks = true;
-#endif
+#include "tests/support/sanitized.h"
+
+// The sanitizers interpose the same functions.
+constexpr bool kShimWorks = !kSanitized;
 
 enum ShimCall : int {
     kShimMalloc,
