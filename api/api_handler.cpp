@@ -15,6 +15,7 @@ namespace {
 
 constexpr const char *kAddress = "http://0.0.0.0:8000";
 constexpr int kPollMs = 2000;
+constexpr int kStoppingPollMs = 100;  // so that the last long wait runs beside the pump's
 
 // The listening socket, or the attempts to get one.
 class Listener {
@@ -81,9 +82,9 @@ void ApiHandler::run() {
     Listener listener(manager, *this);
     ThumbnailSource thumbnail_source(parts.thumbnails);
     api_words.thumbnail_source = &thumbnail_source;
-    while (!stop && stop_flag == 0) {  // so that its last wait runs beside the pump's
+    while (!stop) {
         listener.ensure();
-        mg_mgr_poll(&manager, kPollMs);
+        mg_mgr_poll(&manager, stop_flag == 0 ? kPollMs : kStoppingPollMs);
         checkRoute();
     }
     mg_mgr_poll(&manager, 0);  // what the last pass has queued is sent in the next

@@ -57,8 +57,7 @@ public:
     // whatever the store did with them.
     bool setCfg(const std::string &text);
 
-    // The API thread's work, until the destructor raises the stop byte or the whole process
-    // is asked to end.
+    // The API thread's work, until the destructor raises the stop byte.
     void run();
 
     const ApiParts parts;  // fixed at construction
