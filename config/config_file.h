@@ -9,5 +9,5 @@
 std::optional<std::string> readConfigFile(const std::string &path);
 
 // Lays `text` over the file's old content, creating the file if there is none. False
-// if it could not; then the old document still stands.
+// if it could not; where it was for want of room, the old document still stands.
 [[nodiscard]] bool writeConfigFile(const std::string &path, const std::string &text);

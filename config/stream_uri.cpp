@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <sstream>
 
 #include <uriparser/Uri.h>
@@ -59,15 +60,16 @@ void insertOption(const UriQueryListA &pair, StreamUri &record) {
 }
 
 void readQuery(const UriTextRangeA &query, StreamUri &record) {
-    UriQueryListA *pairs = nullptr;
-    if (uriDissectQueryMallocA(&pairs, nullptr, query.first, query.afterLast) != URI_SUCCESS) {
+    UriQueryListA *list = nullptr;
+    if (uriDissectQueryMallocA(&list, nullptr, query.first, query.afterLast) != URI_SUCCESS) {
         puts("query list parse failure");
         return;
     }
-    for (const UriQueryListA *pair = pairs; pair != nullptr; pair = pair->next) {
+    const std::unique_ptr<UriQueryListA, decltype(&uriFreeQueryListA)> pairs(list,
+                                                                             uriFreeQueryListA);
+    for (const UriQueryListA *pair = pairs.get(); pair != nullptr; pair = pair->next) {
         insertOption(*pair, record);
     }
-    uriFreeQueryListA(pairs);
 }
 
 }  // namespace

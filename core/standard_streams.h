@@ -1,4 +1,5 @@
-// Makes stdin, stdout and stderr harmless whatever the starter left there.
+// Makes stdin, stdout and stderr harmless where the starter left them closed, or tied to
+// a pipe that nobody reads.
 #pragma once
 
 // Closed descriptors are opened on /dev/null, so that no socket takes their number. A

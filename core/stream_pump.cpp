@@ -94,7 +94,7 @@ bool StreamPump::openSlot(std::size_t slot) {
         } else {
             output = std::make_unique<srt_output>(uri);
         }
-    } catch (...) {  // the endpoint has said why
+    } catch (...) {  // the endpoint has said why, or was told not to open
         openFailed(slot);
         return false;
     }

@@ -40,8 +40,8 @@ public:
     StreamPump(const StreamPump &) = delete;
     StreamPump &operator=(const StreamPump &) = delete;
 
-    // Returns once the stop flag is raised, with nothing open: within a second and one
-    // blocked connect, receive or send.
+    // Returns once the stop flag is raised, with nothing open. It is seen between two steps;
+    // the longest are a connect (3 s), a host's lookup and the pauses after failures (3 s).
     void run();
 
 private:

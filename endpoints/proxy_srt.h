@@ -13,8 +13,9 @@ struct StatsDocument;
 // Threads: the three operations run on the stats thread while the pump reads or writes.
 // Owner:   the pump, through the derived class; the stats thread is joined before the
 //          endpoint is deleted.
-// Errors:  a constructor that fails has said why, gives back what it opened and throws
-//          the int 1. The operations report nothing: without a socket they show zeroes.
+// Errors:  a constructor that fails has said why (but for an address that may not be
+//          opened at all), gives back what it opened and throws the int 1. The operations report
+//          nothing: without a socket they show zeroes.
 class proxy_srt_t {
 public:
     virtual ~proxy_srt_t() = default;

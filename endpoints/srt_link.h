@@ -46,7 +46,8 @@ public:
     // Listens on a dotted IPv4 address. `sending` says which way the data will flow.
     void listen(const StreamUri &uri, bool sending);
 
-    // One step of a listener that has no client. A new client's socket blocks.
+    // One step of a listener that has no client. Like the listener's, a new client's socket
+    // does not wait when it receives.
     accept_result_t acceptClient();
 
     // True if the client has gone; it is then closed and the listener waits again.

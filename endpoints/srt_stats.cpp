@@ -78,7 +78,7 @@ std::string inputStatusLine(const SRT_TRACEBSTATS &sample) {
     return line;
 }
 
-// The last field is what the receiver adds: the delay that the whole link has settled on.
+// The last field is this side's receive delay, which a sender does not use.
 std::string outputStatusLine(const SRT_TRACEBSTATS &sample) {
     char line[kStatusLineBytes];
     snprintf(line, sizeof line,

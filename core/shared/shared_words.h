@@ -6,7 +6,7 @@
 #include <cstdint>
 
 // Asks the whole process to end. Raised to 1 by the stop signals and by the API's
-// restart route, polled by the pump and the stats thread, never lowered.
+// restart route, polled by the pump, the stats and the API thread, never lowered.
 extern std::atomic<int> stop_flag;
 static_assert(std::atomic<int>::is_always_lock_free, "the signal handler stores to it");
 
