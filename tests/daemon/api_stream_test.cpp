@@ -1,8 +1,14 @@
 // What the API does to a stream that runs, and what clients cannot do to it.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <csignal>
+#include <random>
+#include <thread>
+
 #include <sys/resource.h>
 
+#include "config/json_text.h"
 #include "sim/srt_sender.h"
 #include "sim/udp_sink.h"
 #include "tests/daemon/api_client.h"
@@ -123,6 +129,52 @@ TEST_F(ApiBesideStream, CrowdOfClientsHurtsNeitherTheStreamNorTheNextClient) {
     crowd.clear();
     EXPECT_TRUE(waitUntil([&] { return daemon.descriptors() < 40; })) << daemon.descriptors();
     EXPECT_EQ(daemon.stop(5s), 0);
+}
+
+// Killed at any moment of a save, the next life reads one of the two documents.
+TEST(ApiSaving, KillInTheMiddleLeavesTheOldOrTheNewDocument) {
+    const std::string brief = sim::configDocument("srt://brief.invalid:1", "");
+    const std::string lengthy =
+        sim::configDocument("srt://lengthy.invalid:1", "srt://second:2") + std::string(3000, ' ');
+    std::minstd_rand dice(11);
+    for (int life = 0; life < 12; ++life) {
+        writeFile("/etc/sysconfig/proxy.cfg", brief);
+        ApiDaemon daemon({.config = brief});
+        std::atomic<bool> gone{false};
+        std::thread client([&] {
+            for (int i = 0; !gone; ++i) {
+                try {
+                    ask("/api/cfg/set", i % 2 == 0 ? lengthy : brief);
+                } catch (const std::runtime_error &) {
+                    return;
+                }
+            }
+        });
+        const auto moment =
+            std::chrono::steady_clock::now() + std::chrono::microseconds(dice() % 30000);
+        waitUntil([&] { return std::chrono::steady_clock::now() >= moment; });
+        daemon.signal(SIGKILL);
+        daemon.waitForEnd();
+        gone = true;
+        client.join();
+        Json::Value saved;
+        ASSERT_TRUE(parseJson(readFile("/etc/sysconfig/proxy.cfg"), saved)) << life;
+        const std::string uri = saved["uris"][0]["uri"].asString();
+        EXPECT_TRUE(uri == "srt://brief.invalid:1" || uri == "srt://lengthy.invalid:1") << uri;
+    }
+}
+
+// A change that comes while nothing is open costs one opening more, and one line.
+TEST(ApiChange, WhileOpeningIsCarriedOutByTheNextStream) {
+    ApiDaemon daemon({});
+    ASSERT_TRUE(daemon.waitForLine("SRT open failed"));
+    ask("/api/source/set", R"({"index":0})");
+    const std::string listener = "srt://127.0.0.1:5001?mode=listener";
+    daemon.writeConfig(sim::configDocument(listener, listener));
+    ASSERT_TRUE(daemon.waitForLine(": SRT input opened: ", 2));
+    ASSERT_TRUE(daemon.waitForLine("No client, waiting", 2));
+    EXPECT_EQ(daemon.countLines(": API change detected, closing/restarting"), 2);
+    EXPECT_EQ(daemon.countLines("mon_thread_entry: E"), 2);
 }
 
 }  // namespace

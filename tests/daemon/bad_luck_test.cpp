@@ -201,16 +201,6 @@ TEST_F(BadLuck, ReceiveErrorReopensTheSameAddressAtOnce) {
     EXPECT_EQ(daemon->countLines("5002"), 0);
 }
 
-TEST_F(BadLuck, KillInTheMiddleOfAnythingLeavesAFileThatTheNextLifeReads) {
-    for (int life = 0; life < 5; ++life) {
-        Daemon daemon({.primary = sender.uri()});
-        ASSERT_TRUE(streamRuns(10));
-        daemon.signal(SIGKILL);
-        EXPECT_EQ(daemon.waitForEnd(), -SIGKILL);
-    }
-    EXPECT_EQ(readFile(kCfg), sim::configDocument(sender.uri(), ""));
-}
-
 // Each new client waits at the door before the one before it leaves.
 TEST(BadLuckListener, ThreeHundredClientsLeaveNothingBehind) {
     const SrtLibraryForTest library;

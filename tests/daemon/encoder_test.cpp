@@ -237,6 +237,15 @@ TEST_F(Encoder, LossyLinkIsMadeGood) {
     expectWhole(far_end);
 }
 
+TEST(EncoderRoute, MissingIngressTakesTheRouteDownAgain) {
+    sim::RouteDriver driver;
+    Daemon daemon({.product = "WX-1"});
+    EXPECT_EQ(daemon.waitForEnd(), 1);
+    EXPECT_EQ(daemon.countLines("file not found: /dev/rt_ingress4"), 1);
+    EXPECT_TRUE(waitUntil([&] { return driver.routeDowns() == 1; }));
+    EXPECT_EQ(driver.routeUps(), 1);
+}
+
 TEST(EncoderRoute, DriverThatTakesHalfACommandEndsTheStartInOrder) {
     std::filesystem::create_directory("/tmp/full");
     ASSERT_EQ(mount("none", "/tmp/full", "tmpfs", 0, "size=4k"), 0);

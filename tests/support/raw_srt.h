@@ -38,6 +38,13 @@ public:
         srt_getsockopt(sock, 0, option, &value, &size);
         return value;
     }
+    // The stream id that a caller has presented.
+    std::string streamId() const {
+        char text[513];
+        int size = sizeof text;
+        srt_getsockopt(sock, 0, SRTO_STREAMID, text, &size);
+        return std::string(text, static_cast<std::size_t>(size));
+    }
     bool listen(std::uint16_t port) {
         const sockaddr_in address = loopback(port);
         return srt_bind(sock, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&

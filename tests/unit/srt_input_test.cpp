@@ -149,6 +149,7 @@ TEST_F(SrtInputTest, CallerReceivesWaitsAndSeesTheEnd) {
         enabledUri("srt://localhost:5000?mode=caller&latency=20&streamid=me&streamrate=8000000"));
     RawSrt sender = listener.accept();
     EXPECT_EQ(input.stream_rate, 8000000);
+    EXPECT_EQ(sender.streamId(), "me");
     EXPECT_EQ(statsOf(input)["endpoint"], "localhost:5000");
     EXPECT_EQ(firstOf(sender, input, "hello"), "hello");
     EXPECT_TRUE(sim::waitUntil([&] { return input.read(buffer, sizeof buffer) == -2; }))

@@ -119,6 +119,7 @@ TEST_F(SrtOutputTest, OptionsReachLibsrt) {
         enabledUri("srt://127.0.0.1:5000?mode=caller&latency=300&sndbuf=1456000&streamid=a%2520b"));
     RawSrt receiver = listener.accept();
     EXPECT_EQ(receiver.get(SRTO_RCVLATENCY), 300);
+    EXPECT_EQ(receiver.streamId(), "a b");
     EXPECT_NEAR(statsOf(output)["recv"]["byteAvailSndBuf"].asInt(), 1456000, 50000);
 }
 
