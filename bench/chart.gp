@@ -11,7 +11,7 @@ set boxwidth 0.9
 set grid ytics linecolor "#dddddd"
 set border 3
 set tics nomirror
-set key below vertical maxrows 2 samplen 1
+set key below vertical maxrows 2 samplen 1 font ",10"
 
 set title "CPU seconds per GB".(spins ? ", logarithmic" : "")
 if (spins) set logscale y
