@@ -139,8 +139,9 @@ void writeTable(std::ostream &out, const std::vector<Comparison> &comparisons) {
 
 void writeChartData(std::ostream &out, const std::vector<Comparison> &comparisons) {
     for (const Comparison &comparison : comparisons) {
-        out << '"' << wordFor(comparison.job.role) << "\\n" << comparison.rate_mbit << '"';
-        for (const auto &figure : {Figure(cpu), Figure(medianAboveFastest)}) {
+        out << '"' << wordFor(comparison.job.role) << "\\n" << comparison.rate_mbit << " Mbit/s\"";
+        const Figure delay = comparison.job.encoder ? latency : medianAboveFastest;
+        for (const auto &figure : {Figure(cpu), delay}) {
             for (std::size_t i = 0; i < kMostContestants; ++i) {
                 out << ' ';
                 if (i < comparison.contestants.size()) {

@@ -30,8 +30,8 @@ std::vector<Comparison> compareStreams(bool encoder, int rounds, const Span &spa
 // loop of the same round; every figure is the median of the rounds, losses are the sum.
 void writeTable(std::ostream &out, const std::vector<Comparison> &comparisons);
 
-// One line a stream for the chart: name in quotes, then CPU and latency of each program,
-// NaN for one that did not take part.
+// One line a stream for the chart: name in quotes, then CPU and median latency of each
+// program (a decoder's above its fastest), NaN for one that did not take part.
 void writeChartData(std::ostream &out, const std::vector<Comparison> &comparisons);
 
 }  // namespace bench
