@@ -11,14 +11,14 @@ namespace {
 constexpr const char *kDevice = "/dev/audiolevels";
 constexpr const char *kNewDevice = "/dev/audiolevels.new";
 constexpr int kChannels = 16;
-constexpr double kFullScale = 0xFFFFF;
+constexpr double kFullScale = 66000;  // of the page; the device has twenty bits
 constexpr std::chrono::milliseconds kStep{100};
 
 std::string lineAt(int step) {
     std::string line;
     for (int channel = 0; channel < kChannels; ++channel) {
         const double wave = std::sin(0.2 * step + 0.4 * channel);
-        line += std::to_string(static_cast<long>(kFullScale * (0.25 + 0.2 * wave)));
+        line += std::to_string(static_cast<long>(kFullScale * (0.5 + 0.4 * wave)));
         line += channel + 1 < kChannels ? ',' : '\n';
     }
     return line;

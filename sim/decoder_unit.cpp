@@ -3,7 +3,7 @@
 namespace sim {
 
 DecoderUnit::DecoderUnit(const UnitOptions &unit_options) : SimulatedUnit(unit_options) {
-    run(primary, backup, {});
+    run(primary, backup, {.product = "WQ-1"});
 }
 
 std::vector<Hint> DecoderUnit::hints(const std::string &page) const {

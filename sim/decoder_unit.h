@@ -1,12 +1,9 @@
-// A decoder at the desk: two live senders, the daemon, the unit's input on port 9261,
-// and the audio levels and pictures that its page shows.
+// A decoder at the desk: two live senders, the daemon, the unit's input on port 9261.
 #pragma once
 
-#include "sim/audio_levels.h"
 #include "sim/simulated_unit.h"
 #include "sim/srt_sender.h"
 #include "sim/udp_sink.h"
-#include "sim/web_server.h"
 
 namespace sim {
 
@@ -21,8 +18,6 @@ public:
     [[nodiscard]] std::string status() const override;
 
 private:
-    AudioLevels levels;
-    WebServer web;
     SrtSender primary{kPrimaryPort};
     SrtSender backup{kBackupPort};
     UdpSink input;

@@ -1,13 +1,10 @@
-// An encoder at the desk: the route driver with a stream, the daemon, two receivers,
-// and the audio levels and pictures that its page shows.
+// An encoder at the desk: the route driver with a stream, the daemon, two receivers.
 #pragma once
 
-#include "sim/audio_levels.h"
 #include "sim/route_driver.h"
 #include "sim/route_ingress.h"
 #include "sim/simulated_unit.h"
 #include "sim/srt_receiver.h"
-#include "sim/web_server.h"
 
 namespace sim {
 
@@ -25,8 +22,6 @@ public:
 private:
     void lookForNews() override;
 
-    AudioLevels levels;
-    WebServer web;
     RouteDriver driver;
     RouteIngress ingress;
     SrtReceiver primary{kPrimaryPort};

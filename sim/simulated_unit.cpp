@@ -6,11 +6,15 @@
 #include <cstdio>
 
 #include "sim/clock.h"
+#include "sim/sandbox.h"
 
 namespace sim {
 namespace {
 
 constexpr std::uint64_t kFlowingNs = 1'000'000'000;
+// Offered for update: newer than the daemon says it is, and all it does is reboot.
+constexpr const char *kFirmware = "tidewell-fennel-1.0.10.sh";
+constexpr const char *kFirmwareScript = "/sbin/shutdown -r now\n";
 
 std::string processText(pid_t pid) {
     return std::to_string(pid);
@@ -18,7 +22,9 @@ std::string processText(pid_t pid) {
 
 }  // namespace
 
-SimulatedUnit::SimulatedUnit(const UnitOptions &unit_options) : options(unit_options) {}
+SimulatedUnit::SimulatedUnit(const UnitOptions &unit_options) : options(unit_options) {
+    web.addUpload(kFirmware, kFirmwareScript);
+}
 
 SimulatedUnit::~SimulatedUnit() {
     std::error_code ignored;
@@ -45,6 +51,7 @@ std::vector<std::string> SimulatedUnit::news() {
         lookAt(far_end);
     }
     lookAtDaemon();
+    lookAtCommands();
     lookForNews();
     return std::exchange(unread_news, {});
 }
@@ -70,6 +77,24 @@ void SimulatedUnit::lookAtDaemon() {
     daemon_was_running = running;
 }
 
+void SimulatedUnit::lookAtCommands() {
+    const std::vector<std::string> commands = recordedCommands();
+    for (; commands_seen < commands.size(); ++commands_seen) {
+        addNews("Command: " + commands[commands_seen]);
+        if (commands[commands_seen].rfind("/sbin/", 0) == 0) {
+            stopDaemon();
+            startDaemonAgain();
+        }
+    }
+}
+
+void SimulatedUnit::startDaemonAgain() {
+    process = std::make_unique<Daemon>(daemon_options);
+    daemon_was_running = true;
+    addNews("The daemon is back, process " + processText(process->pid()) + ", output in " +
+            process->outputFile().string() + " and .err.");
+}
+
 void SimulatedUnit::revive() {
     for (FarEnd &far_end : far_ends) {
         if (!far_end.peer->isRunning()) {
@@ -80,10 +105,7 @@ void SimulatedUnit::revive() {
         }
     }
     if (!process->isRunning()) {
-        process = std::make_unique<Daemon>(daemon_options);
-        daemon_was_running = true;
-        addNews("The daemon is back, process " + processText(process->pid()) + ", output in " +
-                process->outputFile().string() + " and .err.");
+        startDaemonAgain();
     }
 }
 
@@ -106,6 +128,9 @@ std::vector<Hint> SimulatedUnit::commonHints(const std::string &page) const {
             {"curl -d @" + configFile().string() + " " + page + "api/cfg/set", "... or at once"});
         hints.push_back(
             {"curl -d '{\"index\":1}' " + page + "api/source/set", "the backup by hand"});
+        hints.push_back({"curl -d '{\"update\":\"" + std::string(kFirmware) + "\"}' " + page +
+                             "api/firmware/set",
+                         "a firmware update, which only reboots the unit"});
     }
     hints.push_back({"kill " + processText(process->pid()), "the daemon stops"});
     return hints;

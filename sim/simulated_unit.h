@@ -1,4 +1,5 @@
-// A whole unit at the desk: the daemon, two far ends and what the hardware supplies.
+// A whole unit at the desk: the daemon, two far ends, what the hardware supplies, and the
+// servers around it with thumbnails and a firmware file.
 // Base of the two families.
 #pragma once
 
@@ -7,9 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "sim/audio_levels.h"
 #include "sim/daemon.h"
 #include "sim/srt_peer.h"
 #include "sim/ts_counters.h"
+#include "sim/web_server.h"
 
 namespace sim {
 
@@ -42,7 +45,8 @@ public:
     [[nodiscard]] virtual std::string status() const = 0;
     // What the signal to this program does to the unit's hardware; a sentence about it.
     virtual std::string turnSwitch() { return "This family has no such switch."; }
-    // What has happened since the last call, in sentences.
+    // What has happened since the last call, in sentences. A reboot that was asked for is
+    // carried out here: the daemon ends and starts again.
     std::vector<std::string> news();
     // Brings back what has ended.
     void revive();
@@ -75,12 +79,17 @@ private:
 
     void lookAt(FarEnd &far_end);
     void lookAtDaemon();
+    void lookAtCommands();
+    void startDaemonAgain();
 
     const UnitOptions options;
+    AudioLevels levels;
+    WebServer web;
     DaemonOptions daemon_options;  // as of the first start
     std::vector<FarEnd> far_ends;
     std::unique_ptr<Daemon> process;
     bool daemon_was_running = false;
+    std::size_t commands_seen = 0;
     std::vector<std::string> unread_news;
 };
 

@@ -118,7 +118,9 @@ void runSession(const Arguments &arguments) {
     const sigset_t signals = blockSignals();
     fs::create_directories(arguments.unit.directory);
     sim::PageRelay relay;
-    sim::enterSandbox({arguments.unit.directory, arguments.unit.daemon.parent_path()});
+    // The directory above: one that is a mount point itself could not be removed again.
+    sim::enterSandbox(
+        {arguments.unit.directory.parent_path(), arguments.unit.daemon.parent_path()});
     relay.start();
     const auto unit = makeUnit(arguments);
     sim::Terminal terminal;
