@@ -48,8 +48,10 @@ public:
     virtual bool isReplaceable() const { return false; }
     // A reply is on its way.
     virtual bool isBusy() const { return false; }
-    // Bytes of a client's input that it holds in memory.
+    // Bytes that it holds in memory, read or to be sent.
     virtual std::size_t held() const { return 0; }
+    // Holds (almost) nothing from here on: refuses its client, or closes.
+    virtual void letGo() {}
 
     // Gives the descriptor back before the connection itself goes.
     virtual void closeSocket() = 0;

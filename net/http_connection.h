@@ -17,7 +17,8 @@ namespace net {
 // large file nor a client that pipelines holds the others up.
 //
 // What limits its memory: the next request is not looked at before the last reply has gone, and
-// no more is read than kInputLimit while it waits.
+// no more is read than kInputLimit while it waits. A reply is as long as its handler makes it;
+// the loop takes it back where clients together leave too much unread.
 class HttpConnection : public Connection {
 public:
     HttpConnection(Loop &event_loop, mg_event_handler_t handler, void *handler_data,
@@ -34,7 +35,8 @@ public:
 
     void work() override;
     std::uint64_t wakeAt() const override;
-    std::size_t held() const override { return input.size() + reader->held(); }
+    std::size_t held() const override { return input.size() + reader->held() + out.size(); }
+    void letGo() override { broken("no memory left for it"); }
     void closeSocket() override;
 
 protected:

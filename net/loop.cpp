@@ -9,6 +9,12 @@
 #include "net/log.h"
 
 namespace net {
+namespace {
+
+// So many bytes in every connection are no danger; ordinary ones have fewer.
+constexpr std::size_t kUncounted = std::size_t{4} * 1024;
+
+}  // namespace
 
 Loop::Loop(mg_mgr *manager) : owner(manager), io(1), keep_waiting(io.get_executor()) {}
 
@@ -53,6 +59,9 @@ void Loop::visit(Connection &connection) {
         connection.emit(MG_EV_POLL, &now);
         if (!connection.is_closing) {
             connection.work();
+        }
+        if (connection.held() > kUncounted) {
+            limitMemory();
         }
     } catch (const std::exception &error) {
         logError("connection closed", error.what());
@@ -108,12 +117,25 @@ void Loop::makeRoomForClient() {
     longest_idle->is_closing = 1;
 }
 
-std::size_t Loop::held() const {
+// While all hold too much, the one that holds most has to let go; of equals, the oldest.
+void Loop::limitMemory() {
     std::size_t sum = 0;
-    for (const auto &connection : connections) {
-        sum += connection->held();
-    }
-    return sum;
+    do {
+        sum = 0;
+        Connection *fattest = nullptr;
+        for (const auto &connection : connections) {
+            if (connection->is_closing) {
+                continue;
+            }
+            sum += connection->held();
+            if (fattest == nullptr || connection->held() >= fattest->held()) {
+                fattest = connection.get();
+            }
+        }
+        if (sum > kMaxHeld) {
+            fattest->letGo();
+        }
+    } while (sum > kMaxHeld);
 }
 
 }  // namespace net

@@ -16,8 +16,9 @@ namespace net {
 // More clients than this at a time would use up the descriptors that the stream, the log and
 // the settings file need.
 constexpr std::size_t kMaxClients = 256;
-// Bodies that clients are still sending may take this much memory between them.
-constexpr std::size_t kMaxHeld = std::size_t{16} * 1024 * 1024;
+// What all connections may hold in memory: requests on their way in, replies on their way out.
+// The longest single reply fits, the longest body with each byte escaped in six.
+constexpr std::size_t kMaxHeld = std::size_t{24} * 1024 * 1024;
 
 // Threads: the one that polls the manager. Loops share nothing, so that a handler of one can
 //          poll another to its end.
@@ -39,9 +40,6 @@ public:
     // longest goes, one that is being answered only if all are.
     void makeRoomForClient();
 
-    // Bytes of input that all connections hold together.
-    std::size_t held() const;
-
     mg_mgr *const owner;         // fixed at construction
     boost::asio::io_context io;  // destroyed after the connections
 
@@ -49,6 +47,7 @@ private:
     void waitForWork(int ms);
     std::uint64_t nextWake() const;
     void visit(Connection &connection);
+    void limitMemory();
     void removeClosed();
     void close(Connection &connection);
 

@@ -1,5 +1,7 @@
 #include "net/message_reader.h"
 
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <string_view>
 
@@ -7,6 +9,7 @@
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/string_body.hpp>
 
+#include "net/message_head.h"
 #include "net/text.h"
 
 namespace net {
@@ -19,9 +22,6 @@ struct mg_str bytes(boost::beast::string_view text) {
 }
 
 MessageReader::Result verdict(const boost::beast::error_code &error) {
-    if (error == http::error::header_limit) {
-        return MessageReader::Result::HeadTooLong;
-    }
     if (error == http::error::body_limit) {
         return MessageReader::Result::BodyTooLong;
     }
@@ -45,41 +45,24 @@ public:
     BeastReader() { BeastReader::reset(); }
 
     Result parse(std::string &input) override {
-        boost::beast::error_code error;
-        std::size_t taken = 0;
-        while (!parser->is_done() && taken < input.size() && !error) {
-            const bool in_head = !parser->is_header_done();
-            const std::size_t used = parser->put(boost::asio::buffer(input) + taken, error);
-            taken += used;
-            if (in_head) {
-                head_bytes += used;
+        if (!head.isWhole()) {
+            const Result result = readHead(input);
+            if (result != Result::Complete) {
+                return result;
             }
         }
-        input.erase(0, taken);
-        // The parser's own limit counts the first line apart from the fields, and it knows
-        // none for the lines between chunks.
-        if (head_bytes >= kHeadLimit) {
-            return Result::HeadTooLong;
-        }
-        if (parser->is_done()) {
-            return Result::Complete;
-        }
-        if (error && error != http::error::need_more) {
-            return verdict(error);
-        }
-        const std::size_t head_so_far = parser->is_header_done() ? 0 : head_bytes;
-        return head_so_far + input.size() >= kHeadLimit ? Result::HeadTooLong : Result::NeedMore;
+        return readBody(input);
     }
 
     Result finish() override {
         boost::beast::error_code error;
-        if (started()) {  // put_eof() aborts otherwise
+        if (head.isWhole()) {  // put_eof() aborts otherwise
             parser->put_eof(error);
         }
-        return started() && !error ? Result::Complete : Result::Malformed;
+        return head.isWhole() && !error ? Result::Complete : Result::Malformed;
     }
 
-    bool started() const override { return parser->got_some(); }
+    bool started() const override { return head.length() > 0; }
 
     mg_http_message message() const override {
         const auto &read = parser->get();
@@ -100,18 +83,49 @@ public:
 
     bool keepAlive() const override { return parser->keep_alive(); }
 
-    std::size_t held() const override { return parser->get().body().size(); }
+    std::size_t held() const override {
+        return (head.isWhole() ? head.length() : 0) + parser->get().body().size();
+    }
 
     void reset() override {
         parser.emplace();
-        parser->header_limit(kHeadLimit);
+        parser->header_limit(std::numeric_limits<std::uint32_t>::max());  // `head` has its own
         parser->body_limit(kBodyLimit);
-        head_bytes = 0;
+        head = {};
     }
 
 private:
+    Result readHead(std::string &input) {
+        const Result result = head.scan(input);
+        if (result == Result::Complete) {
+            const std::string normal = normalHead({input.data(), head.length()}, isRequest);
+            input.erase(0, head.length());
+            boost::beast::error_code error;
+            parser->put(boost::asio::buffer(normal), error);
+            return error ? verdict(error) : Result::Complete;
+        }
+        return result;
+    }
+
+    Result readBody(std::string &input) {
+        boost::beast::error_code error;
+        std::size_t taken = 0;
+        while (!parser->is_done() && taken < input.size() && !error) {
+            taken += parser->put(boost::asio::buffer(input) + taken, error);
+        }
+        input.erase(0, taken);
+        if (parser->is_done()) {
+            return Result::Complete;
+        }
+        if (error && error != http::error::need_more) {
+            return verdict(error);
+        }
+        // The parser knows no limit for the lines between chunks.
+        return input.size() >= kHeadLimit ? Result::HeadTooLong : Result::NeedMore;
+    }
+
     std::optional<http::parser<isRequest, http::string_body>> parser;  // one per message
-    std::size_t head_bytes = 0;
+    MessageHead head;
 };
 
 }  // namespace

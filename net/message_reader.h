@@ -11,6 +11,7 @@
 namespace net {
 
 constexpr std::size_t kHeadLimit = std::size_t{64} * 1024;        // a head is smaller than this
+constexpr std::size_t kFieldLimit = 100;                          // a head has no more fields
 constexpr std::size_t kBodyLimit = std::size_t{3} * 1024 * 1024;  // a body is not longer
 
 // Reads one message after another.
@@ -39,7 +40,7 @@ public:
     // What the sender wants for the connection after this message. Requires: Complete.
     virtual bool keepAlive() const = 0;
 
-    // Bytes of memory that the current body takes.
+    // Bytes that have been taken of the current message.
     virtual std::size_t held() const = 0;
 
     // Forgets the message and begins the next.

@@ -3,6 +3,10 @@
 // this folder supplies them on Boost.Asio and Boost.Beast; -DTIDEWELL_SYSTEM_MONGOOSE=ON takes
 // an installed one instead, and nothing outside net/ may notice which one it is.
 //
+// Heads are read as loosely as there, and refused with a status (400, 413, 431, 503) where it
+// hangs up: lines may end in LF, the first line's parts stand any number of blanks apart, its
+// protocol may be missing or any text. A head has at most 100 fields, of which handlers see 30.
+//
 // What may surprise: everything happens inside mg_mgr_poll, on the caller's thread. A manager
 // belongs to one thread; one manager may be polled inside a handler of another. What a handler
 // sees through mg_str (URI, body) dies when the handler returns. No exception that a handler

@@ -40,8 +40,6 @@ void ServerConnection::nextRequest() {
     case MessageReader::Result::NeedMore:
         if (eof) {
             is_draining = 1;
-        } else if (held() > kHeadLimit && loop.held() > kMaxHeld) {
-            refuse(503);
         }
         return;
     case MessageReader::Result::Malformed:
@@ -78,7 +76,17 @@ void ServerConnection::dropBody() {
     }
 }
 
+void ServerConnection::letGo() {
+    if (isSending() || is_resp || is_draining) {
+        is_closing = 1;
+    } else {
+        refuse(503);
+    }
+}
+
 void ServerConnection::refuse(int status) {
+    reader->reset();
+    input.clear();
     mg_http_reply(this, status, "Connection: close\r\n", "Request refused\n");
     is_draining = 1;
 }

@@ -17,6 +17,7 @@ public:
     std::uint64_t wakeAt() const override;
     bool isReplaceable() const override { return true; }
     bool isBusy() const override { return isSending(); }
+    void letGo() override;
 
 protected:
     void broken(const char *why) override;

@@ -53,6 +53,7 @@ TEST(Client, TellsAWholeReplyFromABrokenOne) {
         {"HTTP/1.0 404 No\r\nContent-Length: 1\r\n\r\nx", "reply:x close"},
         {chunked + "0\r\n\r\n", "reply:ab close"},
         {"HTTP/1.0 200 OK\r\n\r\nJPEG", "reply:JPEG close"},
+        {"HTTP/1.0 200\nContent-Length: 4\n\nJPEG", "reply:JPEG close"},
         {ok + "Content-Length: 50\r\n\r\nJPEG", "error close"},
         {ok + "Content-Le", "error close"},
         {chunked, "error close"},

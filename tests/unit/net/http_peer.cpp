@@ -52,6 +52,8 @@ void HttpServer::onRequest(mg_connection *c, mg_http_message *request) {
                       request->body.buf);
     } else if (is("/big")) {
         mg_http_reply(c, 200, nullptr, "%s", std::string(400000, 'b').c_str());
+    } else if (is("/huge")) {
+        mg_http_reply(c, 200, nullptr, "%s", std::string(kHugeReply, 'h').c_str());
     } else if (is("/thumb")) {
         mg_printf(c, "HTTP/1.0 200 OK\r\nContent-Length: %lu\r\n\r\n", 4UL);
         mg_send(c, "JPEG\r\n", 6);

@@ -26,6 +26,14 @@ std::string headOf(size_t bytes) {
     return start + std::string(bytes - start.size() - 4, 'x') + "\r\n\r\n";
 }
 
+std::string manyFields(size_t count) {
+    std::string head = "GET / HTTP/1.1\r\n";
+    for (size_t i = 0; i < count; ++i) {
+        head += "a:\r\n";
+    }
+    return head + "\r\n";
+}
+
 TEST(MessageReader, GivesTheSameVerdictHoweverTheBytesCome) {
     const std::string chunked = "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n";
     const struct {
@@ -44,7 +52,14 @@ TEST(MessageReader, GivesTheSameVerdictHoweverTheBytesCome) {
         {"bad chunk", chunked + "zz\r\n", Result::Malformed, ""},
         {"huge chunk", chunked + "ffffffffffffffff\r\n", Result::BodyTooLong, ""},
         {"endless chunk line", chunked + "1;" + std::string(70000, 'x'), Result::HeadTooLong, ""},
-        {"no protocol", "GET /\r\n\r\n", Result::Malformed, ""},
+        {"no protocol", "GET /\r\n\r\n", Result::Complete, ""},
+        {"loose head", "PUT   /a \t FOO/9 x\nContent-Length:3\r\nX:\n\nabc", Result::Complete,
+         "abc"},
+        {"no second word", "nonsense\r\n\r\n", Result::Malformed, ""},
+        {"empty first line", "\r\nGET / HTTP/1.1\r\n\r\n", Result::Malformed, ""},
+        {"lone CR", "GET / HTTP/1.1\rX: y\r\n\r\n", Result::Malformed, ""},
+        {"CR within an end", "GET / HTTP/1.1\r\n\r\r\n", Result::Malformed, ""},
+        {"line that would become the end", "GET / HTTP/1.1\r\nX: y\n \n\n", Result::Complete, ""},
         {"not HTTP", "\x16\x03\x01 hello", Result::Malformed, ""},
         {"negative length", "GET / HTTP/1.1\r\nContent-Length: -1\r\n\r\n", Result::Malformed, ""},
         {"two lengths", "GET / HTTP/1.1\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\n",
@@ -58,6 +73,8 @@ TEST(MessageReader, GivesTheSameVerdictHoweverTheBytesCome) {
          "GET /" + std::string(40000, 'u') + " HTTP/1.1\r\nX: " + std::string(40000, 'x') +
              "\r\n\r\n",
          Result::HeadTooLong, ""},
+        {"most fields", manyFields(net::kFieldLimit), Result::Complete, ""},
+        {"too many fields", manyFields(net::kFieldLimit + 1), Result::HeadTooLong, ""},
         {"longest body", "PUT / HTTP/1.1\r\nContent-Length: 3145728\r\n\r\n", Result::NeedMore, ""},
         {"body too long", "PUT / HTTP/1.1\r\nContent-Length: 3145729\r\n\r\n", Result::BodyTooLong,
          ""},
@@ -89,6 +106,27 @@ TEST(MessageReader, ShowsTheFirstThirtyFieldsAndTheUriUndecoded) {
     EXPECT_EQ(net::view(message.headers[29].name), "H29");
     EXPECT_EQ(net::view(message.headers[29].value), "v");
     EXPECT_EQ(input, "rest");
+}
+
+// What one reader takes for the end of a head, another must not take for its middle.
+TEST(MessageReader, LeavesWhatFollowsALooseHeadAlone) {
+    const struct {
+        std::string head;
+        bool keep_alive;
+    } rows[] = {{"GET /a\n\n", true},
+                {"GET  /a  HTTP/1.0 \n\n", true},
+                {"GET /a HTTP/1.0\n\r\n", false},
+                {"GET /a   HTTP/1.1\nConnection: close\r\n\n", false}};
+    const std::string next = "\nGET /b HTTP/1.1\r\n\r\n";
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.head);
+        std::string input = row.head + next;
+        const auto reader = net::makeRequestReader();
+        ASSERT_EQ(reader->parse(input), Result::Complete);
+        EXPECT_EQ(net::view(reader->message().uri), "/a");
+        EXPECT_EQ(reader->keepAlive(), row.keep_alive);
+        EXPECT_EQ(input, next);
+    }
 }
 
 }  // namespace

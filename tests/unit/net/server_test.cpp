@@ -171,15 +171,29 @@ TEST_F(Server, HoldsLittleForAClientThatPipelinesAndNeverReads) {
 
 TEST_F(Server, BoundsTheMemoryOfBodiesThatNeverEnd) {
     std::vector<RawClient> senders;
-    bool refused = false;
-    for (int i = 0; i < 8 && !refused; ++i) {
-        RawClient &sender = senders.emplace_back(server.port);
-        sender.send("POST /echo HTTP/1.1\r\nContent-Length: 3000000\r\n\r\n" +
-                    std::string(2900000, 'x'));
-        refused = i > 4 && sender.reply().status() == 503;
+    for (int i = 0; i < 9; ++i) {
+        senders.emplace_back(server.port)
+            .send("POST /echo HTTP/1.1\r\nContent-Length: 3000000\r\n\r\n" +
+                  std::string(2900000, 'x'));
     }
-    EXPECT_TRUE(refused);
+    EXPECT_EQ(senders.front().reply().status(), 503);
     EXPECT_EQ(get(server, "/echo").status(), 200);
+    senders.back().send(std::string(100000, 'x'));
+    EXPECT_EQ(senders.back().reply().body.size(), 3000000U);
+}
+
+TEST_F(Server, BoundsTheMemoryOfRepliesThatNobodyReads) {
+    const long before = residentBytes();
+    std::vector<RawClient> deaf;
+    for (int i = 1; i <= 10; ++i) {
+        deaf.emplace_back(server.port).send("GET /huge HTTP/1.1\r\n\r\n");
+        ASSERT_TRUE(waitUntil([&] { return server.calls == i; }));
+    }
+    ASSERT_TRUE(waitUntil([&] { return server.open == 3; }));  // `client` and the last are left
+    EXPECT_LT(residentBytes() - before, 96L * 1024 * 1024);    // two replies and their making
+    EXPECT_LT(deaf.front().untilClosed().size(), kHugeReply);
+    EXPECT_EQ(get(server, "/echo").status(), 200);
+    EXPECT_EQ(deaf.back().reply().body.size(), kHugeReply);
 }
 
 TEST_F(Server, ReplacesTheClientThatHasBeenWithoutARequestLongest) {
