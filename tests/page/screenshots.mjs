@@ -1,20 +1,35 @@
 // Takes the screenshots of the docs and of a look over the whole page:
 //   node tests/page/screenshots.mjs [DIRECTORY] [NAME...]
-// Each shot is a family, a width and a state of the scripted unit.
+// Each shot is a family, a width and a state of the scripted unit. Those of the docs
+// (npm run docs-images) are the same whenever they are taken.
 import { mkdirSync } from "node:fs";
 import { join } from "node:path";
 import { launchBrowser } from "./browser.mjs";
-import { DROP, ScriptedUnit, encoderCaps, encoderStats, noStreamStats, raw, uris } from "./scripted_unit.mjs";
+import { DROP, ScriptedUnit, encoderCaps, encoderStats, liveStats, noStreamStats, raw, uris } from "./scripted_unit.mjs";
 import { waitUntil } from "./wait_until.mjs";
 
 const [directory = "build/screenshots", ...only] = process.argv.slice(2);
 
-const logLines = Array.from({ length: 40 }, (_, i) =>
-    `Nov 16 20:${String(i).padStart(2, "0")}:12 : msRcvBuf[0187] RTT[18.432] pktRcvDrop[0004] pktRcvLoss[0321] `
-    + "mbpsBandwidth[94.512] mbpsRecvRate[12.500] msRcvTsbPdDelay[0200]").join("\n") + "\n";
+// What a unit of the family logs in its first two hours, every five minutes.
+const logOf = (family, word, link) => {
+    const at = (seconds) => `May  6 ${new Date(seconds * 1000).toISOString().slice(11, 19)} : `;
+    const links = Array.from({ length: 24 }, (_, i) => at(18006 + 300 * i) + link((18.1 + Math.sin(i) / 2).toFixed(3)));
+    return [`${at(18000)}Startup`, `${at(18000)}${family} family detected`,
+        `${at(18000)}SRT ${word} opened: srt://203.0.113.7:5000?latency=200&mode=caller&streamid=news-1`, ...links].join("\n") + "\n";
+};
+const decoderLog = logOf("WQ", "input", (rtt) => `msRcvBuf[0187] RTT[${rtt}] pktRcvDrop[0004] pktRcvLoss[0321] `
+    + "mbpsBandwidth[94.512] mbpsRecvRate[12.500] msRcvTsbPdDelay[0200]");
+const encoderLog = logOf("WX", "output", (rtt) => `RTT[${rtt}] pktSndDrop[0004] pktSndLoss[0321] pktRetrans[0317] `
+    + "mbpsBandwidth[94.512] mbpsSendRate[12.500] pktFlightSize[0012] msRcvTsbPdDelay[0200]");
 const longId = "news/".repeat(40);
 const longUri = `srt://very-long-host-name.contribution.example:50000?mode=caller&streamid=${longId}`
     + `&latency=8000&pbkeylen=32&passphrase=${"k".repeat(80)}&rcvbuf=48000000`;
+
+// A rate that moves a little, for as many polls as the rate line has points.
+const movingStats = (stats) => {
+    let poll = 0;
+    return () => ({ ...stats, time: 90046 + poll, link: { ...stats.link, bps: 12500000 + Math.round(400000 * Math.sin(poll++)) } });
+};
 
 const empty = {
     "/api/stats": noStreamStats,
@@ -22,7 +37,7 @@ const empty = {
     "/proxy.log": raw("Nov 16 20:53:12 : Startup\n"),
     "/api/thumb": raw("", { type: "image/gif" }),
 };
-const encoder = { "/api/caps": encoderCaps, "/api/stats": encoderStats };
+const encoder = { "/api/caps": encoderCaps, "/api/stats": encoderStats, "/proxy.log": raw(encoderLog) };
 const long = {
     "/api/cfg/get": uris(longUri, longUri.replace("caller", "listener")),
     "/proxy.log": raw(`Nov 16 20:53:12 : ${"streamid=" + longId.repeat(4)}\n`.repeat(5)),
@@ -38,6 +53,10 @@ const confirm = (link, name) => async (page) => {
 };
 
 const shots = [
+    ...[360, 1440].flatMap((width) => [
+        { name: `page-decoder-${width}`, width, polls: 16, replies: { "/api/stats": movingStats(liveStats) } },
+        { name: `page-encoder-${width}`, width, polls: 16, replies: { ...encoder, "/api/stats": movingStats(encoderStats) } },
+    ]),
     ...[360, 768, 1024, 1440, 1920, 2560].map((width) => ({ name: `decoder-${width}`, width })),
     ...[360, 768, 1024, 1440, 1920, 2560].map((width) => ({ name: `long-${width}`, width, replies: long })),
     ...[360, 1440].map((width) => ({ name: `encoder-${width}`, width, replies: encoder })),
@@ -58,13 +77,17 @@ const shots = [
     { name: "toast-ping", act: async (page) => { await page.click("#sendPing"); await toast(page); } },
 ];
 
-async function shoot(browser, { name, width = 1440, replies = {}, later = {}, act }) {
+async function shoot(browser, { name, width = 1440, polls, replies = {}, later = {}, act }) {
     const unit = await new ScriptedUnit().start();
-    Object.assign(unit.replies, { "/proxy.log": raw(logLines) }, replies);
+    Object.assign(unit.replies, { "/proxy.log": raw(decoderLog) }, replies);
     const page = await browser.newPage({ viewport: { width, height: width < 700 ? 780 : 900 }, reducedMotion: "reduce" });
     await page.addInitScript(() => localStorage.setItem("primaryStreamHistory", JSON.stringify(["srt://203.0.113.7:5000?mode=caller"])));
+    if (polls) {
+        await page.clock.install({ time: new Date("2026-05-06T07:08:00") });
+        await page.clock.pauseAt(new Date("2026-05-06T07:08:05"));
+    }
     await page.goto(unit.url);
-    await waitUntil(() => unit.count("/api/stats") >= 3, "three polls");
+    await waitForPolls(page, unit, polls);
     Object.assign(unit.replies, later);
     await act?.(page);
     await page.waitForFunction(() => document.querySelectorAll(".sn-notify, .modal").length === 0
@@ -72,6 +95,16 @@ async function shoot(browser, { name, width = 1440, replies = {}, later = {}, ac
     await page.screenshot({ path: join(directory, `${name}.png`), fullPage: !act });
     await page.close();
     await unit.stop();
+}
+
+// `polls` of them by a clock that stands still between, or three as they come.
+async function waitForPolls(page, unit, polls) {
+    for (let poll = 1; poll < polls; poll += 1) {
+        await waitUntil(() => page.evaluate(() => window.jQuery?.active === 0), "the replies");
+        await page.clock.runFor(1000);
+    }
+    await waitUntil(() => unit.count("/api/stats") >= (polls ?? 3), "the polls");
+    await waitUntil(() => page.evaluate(() => window.jQuery.active === 0), "the last replies");
 }
 
 mkdirSync(directory, { recursive: true });

@@ -46,7 +46,7 @@ export const liveStats = {
 };
 export const encoderStats = {
     ...liveStats,
-    recv: { packets: 99, packetsLost: 3, packetsDropped: 2, packetsRetransmitted: 1,
+    recv: { packets: 1234567, packetsLost: 321, packetsDropped: 4, packetsRetransmitted: 317,
         msSndBuf: 120, byteAvailSndBuf: 7500000, byteSndBuf: 4096 },
 };
 export const noStreamStats = { current_idx: 0, audio_levels: JSON.stringify(Array(16).fill(0)) };
