@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include <syslog.h>
 
@@ -22,12 +23,16 @@ class Listener {
 public:
     Listener(mg_mgr &event_manager, ApiHandler &api) : manager(event_manager), handler(api) {}
 
-    // Tries unless it listens. Says so at the first failure and at the success after one.
+    // Tries unless it listens. Says so at the first failure and at the success after one; the
+    // HTTP layer, which tells each failure, is kept silent in between.
     void ensure() {
         if (listening) {
             return;
         }
+        const int log_level = mg_log_level;
+        mg_log_level = failed ? MG_LL_NONE : log_level;
         listening = mg_http_listen(&manager, kAddress, apiEventHandler, &handler) != nullptr;
+        mg_log_level = log_level;
         if (!listening && !failed) {
             syslog(LOG_ERR, "Could not listen on port 8000, trying again");
         } else if (listening && failed) {
@@ -42,6 +47,11 @@ private:
     bool listening = false;
     bool failed = false;
 };
+
+// What one pass has queued is surely sent in the next.
+void sendQueued(mg_mgr &manager) {
+    mg_mgr_poll(&manager, 0);
+}
 
 void *api_thread_entry(void *handler) {
     static_cast<ApiHandler *>(handler)->run();
@@ -85,9 +95,13 @@ void ApiHandler::run() {
     while (!stop) {
         listener.ensure();
         mg_mgr_poll(&manager, stop_flag == 0 ? kPollMs : kStoppingPollMs);
+        if (api_words.after_reply != nullptr) {
+            sendQueued(manager);
+            std::exchange(api_words.after_reply, nullptr)();
+        }
         checkRoute();
     }
-    mg_mgr_poll(&manager, 0);  // what the last pass has queued is sent in the next
+    sendQueued(manager);
     api_words.thumbnail_source = nullptr;
     mg_mgr_free(&manager);
 }

@@ -36,6 +36,8 @@ struct ApiWords {
     RouteDevice *route_device = nullptr;          // set by the constructor, before the thread
     ThumbnailSource *thumbnail_source = nullptr;  // API thread only, which owns the object
     int update_gate = 0;  // API thread only; while it is not 0 no request is answered
+    // API thread only: what a route wants done once its reply is out; null: nothing.
+    void (*after_reply)() = nullptr;
 };
 extern ApiWords api_words;
 

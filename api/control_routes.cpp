@@ -11,14 +11,23 @@
 #include "device/thumbnail_source.h"
 #include "net/mongoose.h"
 
-void rebootUnit(const ApiRequest &request) {
-    replyEmpty(request.connection);
+namespace {
+
+void askForReboot() {
     syslog(LOG_INFO, "Rebooting");
     if (access("/sbin/shutdown", X_OK) == 0) {
         runCommand("/sbin/shutdown -r now");
     } else {
         runCommand("/sbin/reboot");
     }
+}
+
+}  // namespace
+
+// The command may hang, or take the network away at once.
+void rebootUnit(const ApiRequest &request) {
+    replyEmpty(request.connection);
+    api_words.after_reply = askForReboot;
 }
 
 void restartProcess(const ApiRequest &request) {

@@ -44,7 +44,7 @@ void editCrontab() {
 void startScript(const std::string &name) {
     syslog(LOG_INFO, "Updating to %s", name.c_str());
     editCrontab();
-    runCommand(("sh " + (kFirmwareDirectory + name) + "&").c_str());
+    runCommand(("sh " + (kFirmwarePath + name) + "&").c_str());
 }
 
 // Up while it lives, and for good once the script has been started.
@@ -76,11 +76,11 @@ void listServerFirmware(const ApiRequest &request) {
 
 void startLocalFirmware(const ApiRequest &request) {
     const std::string name = nameIn(request);
-    if (name.empty() || !isFirmwareFile(kFirmwareDirectory + name)) {
+    if (name.empty() || !isFirmwareFile(kFirmwarePath + name)) {
         replyUnusable(request.connection);
         return;
     }
-    pruneFirmware(name, kFirmwareDirectory);
+    pruneFirmware(name, kFirmwarePath);
     startScript(name);
     replyEmpty(request.connection);
     api_words.update_gate = 1;
@@ -94,7 +94,7 @@ void startServerFirmware(const ApiRequest &request) {
     }
     UpdateGate gate;
     replyEmpty(request.connection);
-    if (!downloadFirmware(kFirmwareUrl, name, kFirmwareDirectory).empty()) {
+    if (!downloadFirmware(kFirmwareUrl, name, kFirmwarePath).empty()) {
         startScript(name);
         gate.keepUp();
     }

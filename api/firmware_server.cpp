@@ -38,14 +38,23 @@ std::size_t writeToFile(const char *bytes, std::size_t size, std::size_t count, 
     return fwrite(bytes, size, count, static_cast<FILE *>(file));
 }
 
-// Signals are no way to end a name lookup in a process with threads.
-void setCommonOptions(CURL *curl) {
-    curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
+void setTimeLimits(CURL *curl) {
     curl_easy_setopt(curl, CURLOPT_TIMEOUT, kTransferSeconds);
     curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, kTransferSeconds);
+}
+
+void trustAnyCertificate(CURL *curl) {
     curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 0L);
     curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
+}
+
+// Signals are no way to end a name lookup in a process with threads. libcurl gives it a thread
+// of its own, and waits for that thread at the end unless it is told not to.
+void leaveLookupBehind(CURL *curl) {
     curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+#if LIBCURL_VERSION_NUM >= 0x075700
+    curl_easy_setopt(curl, CURLOPT_QUICK_EXIT, 1L);
+#endif
 }
 
 bool fetchListing(CURL *curl, std::string &listing) {
@@ -54,8 +63,11 @@ bool fetchListing(CURL *curl, std::string &listing) {
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, appendToListing);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, &listing);
     curl_easy_setopt(curl, CURLOPT_DIRLISTONLY, 1L);
+    curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
+    setTimeLimits(curl);
+    trustAnyCertificate(curl);
     curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 1L);
-    setCommonOptions(curl);
+    leaveLookupBehind(curl);
     const CURLcode result = curl_easy_perform(curl);
     if (result != CURLE_OK) {
         syslog(LOG_ERR, "Could not fetch firmware listing %s", curl_easy_strerror(result));
@@ -71,7 +83,10 @@ bool fetchFile(const std::string &url, FILE *file) {
     curl_easy_setopt(curl.get(), CURLOPT_URL, url.c_str());
     curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, writeToFile);
     curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, file);
-    setCommonOptions(curl.get());
+    setTimeLimits(curl.get());
+    curl_easy_setopt(curl.get(), CURLOPT_FOLLOWLOCATION, 1L);
+    trustAnyCertificate(curl.get());
+    leaveLookupBehind(curl.get());
     const CURLcode result = curl_easy_perform(curl.get());
     if (result != CURLE_OK) {
         printf("Curl perform failed. url = %s %d\n", url.c_str(), result);
@@ -103,7 +118,7 @@ std::set<std::string> scrapeFirmwareNames(const std::string &listing, const std:
         for (std::string line; std::getline(lines, line);) {
             line.resize(std::min(line.size(), kLongestLine));
             smatch match;
-            if (boost::xpressive::regex_search(line, match, link)) {
+            if (boost::xpressive::regex_search(line, match, link) && match[1].length() > 0) {
                 names.insert(match[1]);
             }
         }

@@ -4,17 +4,43 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <vector>
 
+#include <fcntl.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
 
+// The pipe `fd`, opened once more so that it waits for its reader, which this process's own
+// pipes do not and which programs expect. -1 if `fd` is no pipe, or nobody reads it.
+int openWaitingPipe(int fd) {
+    struct stat status {};
+    if (fstat(fd, &status) == -1 || !S_ISFIFO(status.st_mode)) {
+        return -1;
+    }
+    const std::string name = "/proc/self/fd/" + std::to_string(fd);
+    const int pipe = open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (pipe != -1) {
+        fcntl(pipe, F_SETFL, 0);
+    }
+    return pipe;
+}
+
 // What a child starts with.
 struct SpawnSettings {
     SpawnSettings() {
         posix_spawn_file_actions_init(&actions);
+        for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
+            const int pipe = openWaitingPipe(fd);
+            if (pipe != -1) {
+                posix_spawn_file_actions_adddup2(&actions, pipe, fd);
+                pipes.push_back(pipe);
+            }
+        }
         posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
         posix_spawnattr_init(&attributes);
         posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
@@ -25,12 +51,16 @@ struct SpawnSettings {
         posix_spawnattr_setsigmask(&attributes, &signals);
     }
     ~SpawnSettings() {
+        for (const int pipe : pipes) {
+            close(pipe);
+        }
         posix_spawnattr_destroy(&attributes);
         posix_spawn_file_actions_destroy(&actions);
     }
     SpawnSettings(const SpawnSettings &) = delete;
     SpawnSettings &operator=(const SpawnSettings &) = delete;
 
+    std::vector<int> pipes;  // the child's, in place of ours
     posix_spawn_file_actions_t actions;
     posix_spawnattr_t attributes;
 };

@@ -84,6 +84,11 @@ std::vector<std::string> WebServer::requests() const {
     return asked;
 }
 
+std::string WebServer::lastHead() const {
+    const std::lock_guard lock(mutex);
+    return last_head;
+}
+
 void WebServer::run() {
     pollfd waiting{listener.get(), POLLIN, 0};
     while (!stop) {
@@ -98,7 +103,7 @@ void WebServer::serve(const FileDescriptor &client) {
     if (head.empty()) {
         return;
     }
-    const Reply reply = replyTo(pathIn(head));
+    const Reply reply = replyTo(head);
     while (manner == WebManner::hang && !stop) {
         std::this_thread::sleep_for(kIdle);
     }
@@ -111,10 +116,12 @@ void WebServer::serve(const FileDescriptor &client) {
     send(client.get(), message.data(), message.size(), MSG_NOSIGNAL);
 }
 
-WebServer::Reply WebServer::replyTo(const std::string &path) {
+WebServer::Reply WebServer::replyTo(const std::string &head) {
+    const std::string path = pathIn(head);
     const std::string directory = "/uploads/";
     const std::lock_guard lock(mutex);
     asked.push_back(path);
+    last_head = head;
     if (const auto fixed = replies.find(path); fixed != replies.end()) {
         return fixed->second;
     }

@@ -43,6 +43,8 @@ public:
 
     // Paths asked for, oldest first.
     [[nodiscard]] std::vector<std::string> requests() const;
+    // The last request's head, as it came.
+    [[nodiscard]] std::string lastHead() const;
 
 private:
     struct Reply {
@@ -52,7 +54,7 @@ private:
 
     void run();
     void serve(const FileDescriptor &client);
-    Reply replyTo(const std::string &path);
+    Reply replyTo(const std::string &head);
     [[nodiscard]] std::string uploadsPage() const;
 
     FileDescriptor listener;
@@ -60,6 +62,7 @@ private:
     std::map<std::string, Reply> replies;        // guarded by mutex
     std::map<std::string, std::string> uploads;  // guarded by mutex
     std::vector<std::string> asked;              // guarded by mutex
+    std::string last_head;                       // guarded by mutex
     unsigned picture = 0;                        // own thread only
     std::atomic<WebManner> manner{WebManner::answer};
     std::atomic<bool> stop{false};

@@ -3,8 +3,18 @@
 //
 // Own files become symbolic links, so that an edit shows on the next reload of
 // a page that is served from disk. Third-party files are copied; two of them
-// are changed on the way, see `changes`.
-import { copyFileSync, mkdirSync, readFileSync, rmSync, symlinkSync, writeFileSync } from "node:fs";
+// are changed on the way, see `changes`. All keep their time, from which the entity
+// tags are made: a new build of the same files must not empty browsers' caches.
+import {
+    copyFileSync,
+    mkdirSync,
+    readFileSync,
+    rmSync,
+    statSync,
+    symlinkSync,
+    utimesSync,
+    writeFileSync,
+} from "node:fs";
 import { join, resolve } from "node:path";
 import CleanCss from "clean-css";
 import { readWebRootList } from "./web_root_list.mjs";
@@ -15,16 +25,24 @@ const changes = {
     "static/modern-normalize.min.css": (text) => new CleanCss().minify(text).styles,
 };
 
+function bringIn(source, target, change) {
+    if (change) {
+        writeFileSync(target, change(readFileSync(source, "utf8")));
+    } else {
+        copyFileSync(source, target);
+    }
+    const { atime, mtime } = statSync(source);
+    utimesSync(target, atime, mtime);
+}
+
 function stage({ path, isDirectory, from }, own, modules, staged) {
     const target = join(staged, path);
     if (isDirectory) {
         mkdirSync(target);
     } else if (!from) {
         symlinkSync(resolve(own, path), target);
-    } else if (changes[path]) {
-        writeFileSync(target, changes[path](readFileSync(join(modules, from), "utf8")));
     } else {
-        copyFileSync(join(modules, from), target);
+        bringIn(join(modules, from), target, changes[path]);
     }
 }
 

@@ -4,6 +4,10 @@
 
 #include <filesystem>
 
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include "sim/srt_sender.h"
 #include "sim/udp_sink.h"
 #include "sim/web_server.h"
@@ -68,6 +72,11 @@ TEST_F(Firmware, IsListedForThePlatformFromTheHighestVersionDown) {
     server.setReply("/uploads/", std::string(3 << 20, 'x'));
     EXPECT_EQ(ask("/api/firmware/get").body, "{\"updates\":[]}\n");
     EXPECT_EQ(daemon.countLines("Could not fetch firmware listing"), 1);
+}
+
+TEST_F(Firmware, OfAnotherPlatformIsListedWhereTheEnvironmentNamesThat) {
+    const ApiDaemon daemon({.env = {"ZOLVA_PLATFORM=dill"}});
+    EXPECT_EQ(ask("/api/localfirmware/get").body, "{\"updates\":[\"tidewell-dill-9\"]}\n");
 }
 
 TEST_F(Firmware, RequestThatNamesNoUsableFileIsRefusedAndTouchesNothing) {
@@ -140,6 +149,46 @@ TEST_F(Firmware, FailedDownloadIsAnsweredAllTheSameAndTheApiGoesOn) {
     EXPECT_EQ(ask("/api/localfirmware/get").body, "{\"updates\":[]}\n")
         << "the old files made room for the download";
     EXPECT_EQ(readFile("/etc/cron.d/crontab"), "1 /etc/init.d/tidewell\n2 other\n");
+}
+
+TEST_F(Firmware, ServerThatStaysSilentHoldsTheApiForTenSeconds) {
+    sim::WebServer server;
+    server.setManner(sim::WebManner::hang);
+    const ApiDaemon daemon({});
+    RawClient client(kApiPort);
+    const auto start = std::chrono::steady_clock::now();
+    client.send(requestText("/api/firmware/set", "{\"update\":\"tidewell-fennel-2\"}"));
+    EXPECT_TRUE(waitUntil([&] { return client.reply().body == "{}\n"; }, 15s));
+    const auto lasted = std::chrono::steady_clock::now() - start;
+    EXPECT_GT(lasted, 9s);
+    EXPECT_LT(lasted, 12s);
+    EXPECT_EQ(ask("/api/localfirmware/get").body, "{\"updates\":[]}\n");
+}
+
+// The daemon's own writes to such a pipe never wait, and what does not fit is lost.
+TEST_F(Firmware, ScriptWaitsForTheReaderOfAPipeThatItInherits) {
+    int output[2];
+    ASSERT_EQ(pipe(output), 0);
+    fcntl(output[1], F_SETPIPE_SZ, 8192);
+    fcntl(output[0], F_SETFL, O_NONBLOCK);
+    writeFile(kMedia + "tidewell-fennel-1.0.2", "seq 100000 && echo all\n");
+    const ApiDaemon daemon({.before_exec = [&] { dup2(output[1], 1); }});
+    close(output[1]);
+    ask("/api/localfirmware/set", "{\"update\":\"tidewell-fennel-1.0.2\"}");
+    ASSERT_TRUE(waitUntil([&] {
+        int waiting = 0;
+        ioctl(output[0], FIONREAD, &waiting);
+        return waiting >= 4096;
+    }));
+    std::string text;
+    EXPECT_TRUE(waitUntil([&] {
+        char bytes[65536];
+        for (ssize_t count; (count = read(output[0], bytes, sizeof bytes)) > 0;) {
+            text.append(bytes, static_cast<std::size_t>(count));
+        }
+        return text.find("\n99999\n100000\nall\n") != std::string::npos;
+    }));
+    close(output[0]);
 }
 
 }  // namespace

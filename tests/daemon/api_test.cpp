@@ -129,14 +129,28 @@ TEST(Api, LogIsTheFileOnDisk) {
 
 TEST(Api, RebootUsesShutdownAndWithoutItReboot) {
     const ApiDaemon daemon({});
+    const auto commands = [](std::size_t count) {
+        return sim::waitUntil([&] { return sim::recordedCommands().size() == count; });
+    };
     EXPECT_EQ(ask("/api/reboot/set", "", "GET").body, "{}\n");
-    ASSERT_TRUE(daemon.countLines("Rebooting") == 1);
+    ASSERT_TRUE(commands(1));
+    EXPECT_EQ(daemon.countLines("Rebooting"), 1);
     fs::remove(fs::canonical("/sbin") / "shutdown");
     ask("/api/reboot/set");
+    ASSERT_TRUE(commands(2));
     ask("/api/wq_input_reset");
     EXPECT_EQ(sim::recordedCommands(),
               (std::vector<std::string>{"/sbin/shutdown -r now", "/sbin/reboot ",
                                         "/usr/local/bin/cmd *.dcmd DIT IP RESET"}));
+}
+
+TEST(Api, RebootIsAnsweredAlsoWhereTheCommandHangs) {
+    const fs::path shutdown = fs::canonical("/sbin") / "shutdown";
+    writeFile(shutdown, "#!/bin/sh\ntouch /tmp/runs\nuntil [ -e /tmp/go ]; do sleep 0.1; done\n");
+    const ApiDaemon daemon({});
+    EXPECT_EQ(ask("/api/reboot/set").body, "{}\n");
+    EXPECT_TRUE(sim::waitUntil([] { return fs::exists("/tmp/runs"); }));
+    writeFile("/tmp/go", "");
 }
 
 // The reply has to be out before the process, which may be quick to end, takes the API down.
@@ -149,11 +163,16 @@ TEST(Api, RestartIsAnsweredBeforeTheProcessEnds) {
     }
 }
 
-sim::FileDescriptor takePort(std::uint16_t port) {
-    sim::FileDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+sockaddr_in anyAddress(std::uint16_t port) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
+    return address;
+}
+
+sim::FileDescriptor takePort(std::uint16_t port) {
+    sim::FileDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in address = anyAddress(port);
     bind(listener.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
     listen(listener.get(), 1);
     return listener;
@@ -161,13 +180,16 @@ sim::FileDescriptor takePort(std::uint16_t port) {
 
 TEST(Api, TakenPortIsToldOnceAndTakenUpWhenItIsFree) {
     std::optional<sim::FileDescriptor> owner(takePort(kApiPort));
-    sim::Daemon daemon({});
+    const std::string refused = "srt://127.0.0.1:0?mode=caller";  // tried every second
+    sim::Daemon daemon({.primary = refused, .backup = refused});
     ASSERT_TRUE(daemon.waitForLine("Could not listen on port 8000"));
     ASSERT_TRUE(daemon.waitForLine("SRT open failed")) << "the stream does not wait for the API";
+    ASSERT_TRUE(daemon.waitForLine("mode=caller", 12)) << "five seconds, two more tries to listen";
     owner.reset();
     ASSERT_TRUE(daemon.waitForLine("Listening on port 8000"));
     EXPECT_EQ(ask("/api/stats/reset").body, "{}\n");
     EXPECT_EQ(daemon.countLines("Could not listen"), 1);
+    EXPECT_EQ(daemon.countLines("0.0.0.0:8000"), 1) << "the HTTP layer's own line, at each try";
     EXPECT_EQ(daemon.stop(5s), 0);
 }
 
@@ -264,7 +286,38 @@ TEST(Thumbnail, IsTheLastImageThatCouldBeFetched) {
         server.setReply(row.path, "no", 404);
         imageIs("no");
         EXPECT_EQ(server.requests(), std::vector<std::string>(5, row.path));
+        EXPECT_EQ(server.lastHead(), "GET " + row.path +
+                                         " HTTP/1.0\r\nHost: 127.0.0.1\r\nContent-Type: "
+                                         "octet-stream\r\nContent-Length: 0\r\n\r\n");
         EXPECT_EQ(ask("/api/encthumb?now").body, "no");
+    }
+}
+
+// A full backlog: the system leaves the next client's first packet unanswered.
+TEST(Thumbnail, IsNotWaitedForLongWhereItsServerAcceptsNobody) {
+    const sim::FileDescriptor server = takePort(80);
+    std::vector<sim::FileDescriptor> crowd;
+    for (int i = 0; i < 4; ++i) {
+        crowd.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+        sockaddr_in address = anyAddress(80);
+        connect(crowd.back().get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    }
+    const ApiDaemon daemon({});
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_NE(ask("/api/thumb").head.find("\r\nContent-Length: 0\r\n"), std::string::npos);
+    const auto lasted = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(lasted, 500ms);
+    EXPECT_LT(lasted, 900ms);
+}
+
+TEST(Api, PackedDirectoriesAreEmptyFilesAndTheFontIsText) {
+    const ApiDaemon daemon({});
+    for (const char *path : {"/static", "/static/", "/static/bootstrap-icons.woff2"}) {
+        const Reply reply = ask(path, "", "GET");
+        EXPECT_EQ(reply.head.find("HTTP/1.1 200 OK\r\nContent-Type: text/plain; charset=utf-8\r\n"),
+                  0U)
+            << path << " " << reply.head;
+        EXPECT_EQ(reply.body.empty(), std::string(path).find("woff2") == std::string::npos);
     }
 }
 

@@ -74,6 +74,18 @@ TEST(PackedAssets, HoldWhatTheStagedFilesHold) {
     }
 }
 
+TEST(PackedAssets, KeepTheTimesOfThePackagesTheyComeFrom) {
+    for (const auto &[name, source] :
+         {std::pair("chart.js", "chart.js/dist/chart.umd.js"),
+          std::pair("bootstrap-icons.css", "bootstrap-icons/font/bootstrap-icons.css")}) {
+        struct stat status {};
+        ASSERT_EQ(stat((TIDEWELL_NODE_MODULES "/" + std::string(source)).c_str(), &status), 0);
+        time_t mtime = 0;
+        mg_unpack(("/web_root/static/" + std::string(name)).c_str(), nullptr, &mtime);
+        EXPECT_EQ(mtime, status.st_mtime) << name;
+    }
+}
+
 TEST(PackedAssets, AreFoundByTheirWholeNameOnly) {
     for (const char *name : {"/web_root", "/web_root/", "/web_root/static/", "/web_root/main",
                              "/web_root/main.jsx", "web_root/main.js", "/web_root/MAIN.JS", ""}) {

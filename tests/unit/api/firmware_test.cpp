@@ -1,13 +1,19 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <set>
 #include <string>
 #include <vector>
 
+#include <arpa/inet.h>
+#include <curl/curl.h>
+#include <sys/socket.h>
+
 #include "api/firmware_files.h"
 #include "api/firmware_server.h"
+#include "net/descriptor.h"
 #include "sim/web_server.h"
 #include "tests/support/files.h"
 
@@ -58,6 +64,7 @@ TEST(ServerListing, GivesTheFirstLinkOfEachLineThatFits) {
         {"<a href=\"tidewell-fennel\n-1\">", "fennel", {}},
         {"<a href=\"tidewell-fennel-1\">", "(unclosed", {}},
         {"<a href=\"tidewell-fennel-1\">", "[", {}},
+        {"<a href=\"tidewell-a\">\nb1\">", "a)|(b", {"tidewell-a"}},
         {"<a href=\"tidewell-fennel-1\">", "", {"tidewell-fennel-1"}},
     };
     for (const auto &row : rows) {
@@ -118,6 +125,32 @@ TEST_F(FirmwareDirectory, DownloadMakesRoomFirstAndLeavesNoPartBehind) {
     // Small enough to wait in stdio's buffer until the file is closed.
     fs::create_symlink("/dev/full", directory + "tidewell-fennel-2");
     EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-2", directory), "") << "the disk is full";
+}
+
+net::Descriptor silentNameServer(const char *address) {
+    net::Descriptor server(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_in at{};
+    at.sin_family = AF_INET;
+    at.sin_port = htons(53);
+    inet_pton(AF_INET, address, &at.sin_addr);
+    EXPECT_EQ(bind(server.number(), reinterpret_cast<const sockaddr *>(&at), sizeof at), 0);
+    return server;
+}
+
+// The lookup alone would last twenty seconds.
+TEST_F(FirmwareDirectory, SilentNameServersAreWaitedForTenSecondsAtMost) {
+#if LIBCURL_VERSION_NUM < 0x075700
+    GTEST_SKIP() << "this libcurl waits for its lookup";
+#endif
+    const net::Descriptor one = silentNameServer("127.0.0.2");
+    const net::Descriptor two = silentNameServer("127.0.0.3");
+    fs::remove("/etc/resolv.conf");
+    writeFile("/etc/resolv.conf", "nameserver 127.0.0.2\nnameserver 127.0.0.3\n");
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(downloadFirmware("http://firmware.test/", "tidewell-fennel-2", directory), "");
+    const auto lasted = std::chrono::steady_clock::now() - start;
+    EXPECT_GT(lasted, std::chrono::seconds(9)) << "nobody was asked";
+    EXPECT_LT(lasted, std::chrono::seconds(13));
 }
 
 }  // namespace
