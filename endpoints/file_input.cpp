@@ -11,7 +11,7 @@
 namespace {
 
 constexpr int kSilenceLimitMs = 1000;
-constexpr useconds_t kNothingPauseUs = 200;
+constexpr useconds_t kNothingPauseUs = 400;
 
 }  // namespace
 
