@@ -66,9 +66,9 @@ void appendNumber(std::string &out, const Conversion &conversion, va_list *args)
     } else {
         value = is_signed ? va_arg(*args, int) : static_cast<long long>(va_arg(*args, unsigned));
     }
-    const std::string format = "%" + conversion.flags + "ll" + conversion.letter;
+    const std::string pattern = "%" + conversion.flags + "ll" + conversion.letter;
     char digits[64];
-    const int length = std::snprintf(digits, sizeof(digits), format.c_str(), value);
+    const int length = std::snprintf(digits, sizeof(digits), pattern.c_str(), value);
     out.append(digits, std::min(static_cast<std::size_t>(length), sizeof(digits) - 1));
 }
 
