@@ -62,7 +62,8 @@ std::optional<Arguments> parseArguments(int argc, char **argv) {
 sigset_t blockSignals() {
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGUSR1, SIGUSR2}) {
+    // Of a reader of the output that has gone, SIGPIPE tells: the end as well.
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGUSR1, SIGUSR2}) {
         sigaddset(&signals, number);
     }
     sim::check(sigprocmask(SIG_BLOCK, &signals, nullptr), "block signals");

@@ -99,3 +99,9 @@ test("ping, Restart IP, restart with its recovery, and an update to its end", as
     await toast("Update", /^Succeeded$/, 20000);
     await unit.carries("primary");
 });
+
+test("a unit whose reader has gone ends and leaves nothing behind", async () => {
+    const unit = await new SimulatedUnit().start("encoder");
+    unit.process.stdout.destroy();
+    await unit.isGone();
+});

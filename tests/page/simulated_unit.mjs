@@ -21,9 +21,14 @@ export class SimulatedUnit {
         for (const stream of [this.process.stdout, this.process.stderr]) {
             stream.on("data", (text) => { this.output += text; });
         }
-        await this.tells(/^Ctrl-C/m);
-        this.url = this.output.match(/^Page: +(\S+)\/$/m)?.[1];
-        assert.ok(this.url, this.output);
+        try {
+            await this.tells(/^Ctrl-C/m);
+            this.url = this.output.match(/^Page: +(\S+)\/$/m)?.[1];
+            assert.ok(this.url, this.output);
+        } catch (error) {
+            this.process.kill();
+            throw error;
+        }
         this.pids = {
             unit: this.#pidIn(/kill -USR2 (\d+)/),
             primary: this.#pidIn(/kill -9 (\d+)/),
@@ -51,6 +56,11 @@ export class SimulatedUnit {
 
     async stop() {
         this.process.kill("SIGTERM");
+        await this.isGone();
+    }
+
+    // With all that it made.
+    async isGone() {
         await this.ended;
         assert.deepEqual(readdirSync(this.directory), []);
         rmdirSync(this.directory);
