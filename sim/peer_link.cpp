@@ -138,7 +138,7 @@ void PeerLink::connect() {
 }
 
 void PeerLink::add(SRTSOCKET connection) {
-    const int events = SRT_EPOLL_IN | SRT_EPOLL_ERR;
+    const int events = int{SRT_EPOLL_IN} | int{SRT_EPOLL_ERR};
     srt_epoll_add_usock(epoll, connection, &events);
     connections.push_back(connection);
     ++state.connections_made;
