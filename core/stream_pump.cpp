@@ -1,6 +1,8 @@
 #include "core/stream_pump.h"
 
+#include <chrono>
 #include <cstdio>
+#include <thread>
 
 #include <pthread.h>
 #include <sched.h>
@@ -11,6 +13,7 @@
 #include "core/shared/log_ring.h"
 #include "endpoints/file_input.h"
 #include "endpoints/mon_thread.h"
+#include "endpoints/read_limit.h"
 #include "endpoints/srt_input.h"
 #include "endpoints/srt_output.h"
 #include "endpoints/udp_output.h"
@@ -18,7 +21,7 @@
 namespace {
 
 constexpr int kSlots = 2;
-constexpr unsigned kNoClientSeconds = 2;  // what is read meanwhile is not kept
+constexpr std::chrono::seconds kNoClientPause{2};  // what is read meanwhile is not kept
 constexpr unsigned kNoConfigSeconds = 3;
 
 // The stats thread beside one stream, from its start to its join.
@@ -143,6 +146,7 @@ void StreamPump::receive() {
 
 void StreamPump::send() {
     const StatsThread stats(output.get(), parts);
+    const ReadLimit limit;
     while (!interrupted()) {
         const ssize_t bytes = parts.file_input->read(parts.buffer, parts.buffer_bytes);
         if (bytes == -2) {
@@ -156,7 +160,7 @@ void StreamPump::send() {
         }
         const int sent = output->write(parts.buffer, static_cast<int>(bytes));
         if (sent == -2) {
-            sleep(kNoClientSeconds);
+            std::this_thread::sleep_for(kNoClientPause);
         } else if (sent == 0) {
             endOfStream();
             return;

@@ -3,14 +3,12 @@
 #include <cstdio>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include "endpoints/payload.h"
 
 namespace {
 
-constexpr int kSilenceLimitMs = 1000;
 constexpr useconds_t kNothingPauseUs = 400;
 
 }  // namespace
@@ -30,15 +28,11 @@ file_input_t::~file_input_t() {
     fd = -1;
 }
 
-// A driver without poll support counts as ready at once. The pause after a read that
-// gave nothing leaves the core to others: the pump asks again at top priority.
+// The pause after a read that gave nothing leaves the core to others: the pump asks again
+// at top priority.
 ssize_t file_input_t::read(char *buffer, std::size_t length) {
     if (fd < 1) {
         return -1;
-    }
-    pollfd device{fd, POLLIN, 0};
-    if (poll(&device, 1, kSilenceLimitMs) < 1) {
-        return -2;
     }
     const ssize_t bytes = ::read(fd, buffer, length / kPayloadBytes * kPayloadBytes);
     if (bytes < 1) {

@@ -1,8 +1,8 @@
 // The encoder family's source: the device through which the route driver delivers the
 // unit's transport stream.
 //
-// Whether the driver's read blocks is the driver's matter. A device that can be polled is
-// waited for a second at most, so that a stop and new settings are never missed.
+// Whether the driver's read blocks is the driver's matter. Where it does, a ReadLimit keeps
+// it from lasting longer than a second, so that a stop and new settings are never missed.
 #pragma once
 
 #include <string>

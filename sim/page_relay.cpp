@@ -136,8 +136,4 @@ void PageRelay::carry(FileDescriptor client) const {
     }
 }
 
-bool apiAnswers() {
-    return connectToApi(tcpSocket());
-}
-
 }  // namespace sim

@@ -43,7 +43,4 @@ private:
     std::thread thread;
 };
 
-// Whether anything in the calling thread's network answers at port 8000.
-bool apiAnswers();
-
 }  // namespace sim

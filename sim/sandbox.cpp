@@ -77,14 +77,6 @@ void detachMounts() {
     fs::current_path(working_directory);
 }
 
-void bringLoopbackUp() {
-    const FileDescriptor control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    ifreq request{};
-    std::strcpy(request.ifr_name, "lo");
-    request.ifr_flags = IFF_UP | IFF_RUNNING;
-    check(ioctl(control.get(), SIOCSIFFLAGS, &request), "bring the loopback interface up");
-}
-
 bool liesBelow(const fs::path &path, const fs::path &directory) {
     const auto [end, rest] =
         std::mismatch(directory.begin(), directory.end(), path.begin(), path.end());
@@ -205,12 +197,20 @@ void replaceSettings() {
 void enterSandbox(const std::vector<fs::path> &keep) {
     unshareNamespaces();
     detachMounts();
-    bringLoopbackUp();
+    setNetwork(true);
     replaceMedia();
     replaceTmp(keep);
     replaceDirectory("/dev", "mode=755", fillDev);
     replacePrograms();
     replaceSettings();
+}
+
+void setNetwork(bool is_up) {
+    const FileDescriptor control(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    ifreq request{};
+    std::strcpy(request.ifr_name, "lo");
+    request.ifr_flags = is_up ? IFF_UP | IFF_RUNNING : 0;
+    check(ioctl(control.get(), SIOCSIFFLAGS, &request), "switch the loopback interface");
 }
 
 std::vector<std::string> recordedCommands() {

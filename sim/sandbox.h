@@ -32,6 +32,11 @@ inline constexpr const char *kCommandRecord = "/dev/shm/unit_commands";
 //           then half inside and should end.
 void enterSandbox(const std::vector<std::filesystem::path> &keep = {});
 
+// Takes the sandbox's whole network down, or brings it up again.
+//
+// Errors: std::system_error.
+void setNetwork(bool is_up);
+
 // The command lines that shutdown, reboot and cmd were called with, oldest first.
 std::vector<std::string> recordedCommands();
 

@@ -10,6 +10,7 @@
 
 #include "sim/decoder_unit.h"
 #include "sim/encoder_unit.h"
+#include "sim/http_client.h"
 #include "sim/page_relay.h"
 #include "sim/peer_program.h"
 #include "sim/sandbox.h"
@@ -71,7 +72,7 @@ sigset_t blockSignals() {
 }
 
 std::string pageAddress(const sim::PageRelay &relay) {
-    const bool there = sim::waitUntil(sim::apiAnswers, std::chrono::milliseconds(500));
+    const bool there = sim::apiListens(std::chrono::milliseconds(500));
     return there ? "http://127.0.0.1:" + std::to_string(relay.port()) + "/" : "";
 }
 

@@ -5,41 +5,19 @@
 #include <string>
 
 #include "sim/daemon.h"
-#include "tests/unit/net/http_peer.h"
+#include "sim/http_client.h"
 
-inline constexpr std::uint16_t kApiPort = 8000;
-
-inline std::string requestText(const std::string &path, const std::string &body = "",
-                               const std::string &method = "POST") {
-    return method + " " + path +
-           " HTTP/1.1\r\nHost: unit\r\nContent-Length: " + std::to_string(body.size()) +
-           "\r\n\r\n" + body;
-}
-
-// One request on a connection of its own.
-inline Reply ask(const std::string &path, const std::string &body = "",
-                 const std::string &method = "POST") {
-    RawClient client(kApiPort);
-    client.send(requestText(path, body, method));
-    return client.reply();
-}
-
-inline bool apiListens() {
-    return sim::waitUntil([] {
-        try {
-            const RawClient client(kApiPort);
-            return true;
-        } catch (const std::runtime_error &) {
-            return false;
-        }
-    });
-}
+using sim::ask;
+using sim::kApiPort;
+using sim::RawClient;
+using sim::Reply;
+using sim::requestText;
 
 // A daemon whose API can be asked.
 class ApiDaemon : public sim::Daemon {
 public:
     explicit ApiDaemon(const sim::DaemonOptions &options) : Daemon(options) {
-        if (!apiListens()) {
+        if (!sim::apiListens()) {
             throw std::runtime_error("nobody listens on port 8000");
         }
     }

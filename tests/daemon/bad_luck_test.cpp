@@ -9,19 +9,17 @@
 #include <sys/mount.h>
 #include <sys/resource.h>
 
+#include "sim/shimmed_daemon.h"
 #include "sim/srt_sender.h"
 #include "sim/udp_sink.h"
-#include "tests/daemon/shimmed_daemon.h"
 #include "tests/support/files.h"
 #include "tests/support/raw_srt.h"
+#include "tests/support/stop_limit.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using sim::Daemon;
-using sim::SrtSender;
-using sim::UdpSink;
-using sim::waitUntil;
+using namespace sim;
 namespace fs = std::filesystem;
 
 const std::string kCfg = "/etc/sysconfig/proxy.cfg";

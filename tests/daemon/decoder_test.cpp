@@ -8,7 +8,7 @@
 #include "sim/time_namespace.h"
 #include "sim/udp_sink.h"
 #include "tests/support/files.h"
-#include "tests/support/sanitized.h"
+#include "tests/support/stop_limit.h"
 
 namespace {
 

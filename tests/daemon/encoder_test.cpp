@@ -13,7 +13,7 @@
 #include "sim/route_ingress.h"
 #include "sim/srt_receiver.h"
 #include "tests/support/files.h"
-#include "tests/support/sanitized.h"
+#include "tests/support/stop_limit.h"
 
 namespace {
 

@@ -8,17 +8,17 @@
 
 #include "sim/route_driver.h"
 #include "sim/route_ingress.h"
+#include "sim/shimmed_daemon.h"
 #include "sim/srt_receiver.h"
 #include "sim/srt_sender.h"
 #include "sim/udp_sink.h"
-#include "tests/daemon/shimmed_daemon.h"
 #include "tests/support/files.h"
+#include "tests/support/stop_limit.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using sim::Daemon;
-using sim::waitUntil;
+using namespace sim;
 
 TEST(Lifecycle, EachStopSignalEndsItInOrderWithinAShortTime) {
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {

@@ -10,6 +10,7 @@
 
 #include "endpoints/file_input.h"
 #include "endpoints/payload.h"
+#include "endpoints/read_limit.h"
 #include "endpoints/udp_input.h"
 #include "endpoints/udp_output.h"
 #include "tests/support/files.h"
@@ -101,10 +102,12 @@ TEST_F(FileInput, ReadsWholeUnitsOrWhatThereIs) {
 
 TEST_F(FileInput, SilenceIsToldAfterASecondAndAnEndOrErrorAtOnce) {
     file_input_t input(kPipe);
+    const ReadLimit limit;
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(input.read(buffer, sizeof buffer), -2);
     const auto silence = std::chrono::steady_clock::now() - start;
     EXPECT_GE(silence, std::chrono::milliseconds(990));
+    EXPECT_LT(silence, std::chrono::milliseconds(1900));
     close(writer);
     EXPECT_EQ(input.read(buffer, sizeof buffer), -2);  // no writer: end of file
 

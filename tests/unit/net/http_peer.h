@@ -1,12 +1,15 @@
-// Both ends of the layer's tests: a server that polls in a thread of its own, and raw sockets.
+// The server of the layer's tests, which polls in a thread of its own.
 #pragma once
 
 #include <atomic>
 #include <string>
-#include <string_view>
 #include <thread>
 
 #include "net/mongoose.h"
+#include "sim/http_client.h"
+
+using sim::RawClient;
+using sim::Reply;
 
 inline constexpr std::size_t kHugeReply = std::size_t{18} << 20;
 
@@ -36,36 +39,6 @@ private:
     mg_mgr manager;              // the thread's, once that runs
     std::atomic<bool> stop = false;
     std::thread thread;
-};
-
-// A reply as it came: the head with its empty line, and the body that Content-Length tells of.
-struct Reply {
-    std::string head;
-    std::string body;
-    int status() const;
-};
-
-// A blocking socket connected to 127.0.0.1; every read gives up after five seconds.
-class RawClient {
-public:
-    explicit RawClient(unsigned short port);
-    ~RawClient() { close(); }
-    RawClient(RawClient &&other) noexcept;
-
-    bool send(std::string_view bytes) const;  // false: the server has closed
-    Reply reply(bool has_body = true);        // empty head: the server closed instead
-    std::string untilClosed();
-    bool closedByServer() { return untilClosed().empty() && !timed_out; }
-    void finish() const;  // FIN: nothing more will be sent
-    void reset();         // RST
-    void close();
-
-private:
-    bool receive();
-
-    int fd;
-    std::string received;
-    bool timed_out = false;
 };
 
 // One request on a connection of its own.

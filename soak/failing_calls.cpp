@@ -1,0 +1,282 @@
+// tidewell_failing_calls: one short life of the daemon after the other, and in each of them
+// another one of its calls fails.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <map>
+#include <stdexcept>
+#include <string>
+
+#include "sim/clock.h"
+#include "sim/http_client.h"
+#include "sim/sandbox.h"
+#include "sim/shared_object.h"
+#include "sim/shimmed_daemon.h"
+#include "sim/system_error.h"
+#include "soak/settings.h"
+#include "soak/soaked_decoder.h"
+#include "soak/soaked_encoder.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char *kUsage = R"(usage: tidewell_failing_calls decoder|encoder [CALL [STEP]]
+
+Lives of the daemon with a start, a stream, three changes of its settings and a stop, in each of
+which one call fails: the first socket(), then the second one, and so on, for each kind of call or
+only for CALL; with STEP only every STEP-th. Before the stream first flows the daemon may end with
+a message and a status above 0; after that it has to go on. Calls on libsrt's own threads are left
+alone. Ends with status 1 if a life was not as it should be.
+)";
+
+constexpr int kLivesAtATime = 12;
+constexpr unsigned kLifeLimitSeconds = 150;
+constexpr auto kFlowLimit = 25s;
+constexpr auto kAskAgainAfter = 100ms;
+constexpr const char *kSettingsFile = "/etc/sysconfig/proxy.cfg";
+
+struct Failure {
+    int call = -1;  // ShimCall; -1: none, the calls are counted
+    std::int64_t number = 0;
+};
+
+// What the life in which nothing fails has shown.
+struct PlainLife {
+    std::array<std::uint64_t, sim::kShimCallKinds> calls;
+    int descriptors;
+};
+
+void fail(const std::string &sentence) {
+    throw std::runtime_error(sentence);
+}
+
+class Life {
+public:
+    Life(SoakedUnit &soaked_unit, const Failure &failure)
+        : unit(soaked_unit), addresses(unit.addresses()), newest{addresses[0], ""} {
+        writeText(kSettingsFile, newest.text());
+        daemon = std::make_unique<sim::ShimmedDaemon>(
+            sim::DaemonOptions{.product = unit.product(),
+                               .env = {std::string("PROXY_CFG=") + kSettingsFile},
+                               .write_config = false},
+            [&](sim::CallShim &shim) {
+                shim.spare_library_threads = true;
+                if (failure.call >= 0) {
+                    shim.fail_in.at(static_cast<std::size_t>(failure.call)) = failure.number;
+                }
+            });
+    }
+
+    // What it has counted.
+    PlainLife run() {
+        if (!awaitStream()) {
+            expectRefusal();
+            return {};
+        }
+        for (std::size_t i = 1; i <= 3; ++i) {
+            apply({addresses[i], ""});
+        }
+        PlainLife seen{};
+        seen.descriptors = descriptors();
+        if (const int status = (*daemon)->stop(kFlowLimit); status != 0) {
+            fail("the stop ended with status " + std::to_string(status));
+        }
+        for (std::size_t kind = 0; kind < seen.calls.size(); ++kind) {
+            seen.calls.at(kind) = daemon->shim->calls.at(kind);
+        }
+        return seen;
+    }
+
+private:
+    // False if the daemon has ended.
+    bool awaitStream() {
+        const std::uint64_t awaited = sim::monotonicNs() + 300'000'000;
+        bool runs = true;
+        const bool flows = sim::waitUntil(
+            [&] {
+                runs = (*daemon)->isRunning();
+                return !runs || unit.lastArrivalNs() > awaited;
+            },
+            kFlowLimit);
+        if (!flows) {
+            fail("no stream");
+        }
+        return runs;
+    }
+
+    void expectRefusal() {
+        const int status = (*daemon)->stop();
+        if (status <= 0) {
+            fail("the start ended with status " + std::to_string(status));
+        }
+        if ((*daemon)->countLines("") == 0) {
+            fail("the start failed without a word");
+        }
+    }
+
+    // As a client does that asks again when it gets no answer.
+    void apply(const Settings &wanted) {
+        const std::string old_meaning = meaningOf(newest.text());
+        newest = wanted;
+        if (!sim::waitUntil([&] { return answers(wanted); }, kFlowLimit)) {
+            fail("/api/cfg/set is not answered");
+        }
+        if (!awaitStream()) {
+            fail("the daemon ended with status " + std::to_string((*daemon)->stop()));
+        }
+        const std::string meaning = meaningOf(readText(kSettingsFile));
+        if (meaning != old_meaning && meaning != meaningOf(wanted.text())) {
+            fail("the settings file reads as neither document: " + readText(kSettingsFile));
+        }
+    }
+
+    static bool answers(const Settings &wanted) {
+        try {
+            if (sim::ask("/api/cfg/set", wanted.text()).status() == 200) {
+                return true;
+            }
+        } catch (const std::runtime_error &) {
+        }
+        std::this_thread::sleep_for(kAskAgainAfter);
+        return false;
+    }
+
+    // Once the API has closed what its clients have left.
+    int descriptors() {
+        int fewest = (*daemon)->descriptors();
+        sim::waitUntil(
+            [&] {
+                fewest = std::min(fewest, (*daemon)->descriptors());
+                return false;
+            },
+            1s);
+        return fewest;
+    }
+
+    SoakedUnit &unit;
+    const std::vector<std::string> addresses;
+    Settings newest;
+    std::unique_ptr<sim::ShimmedDaemon> daemon;
+};
+
+class Lives {
+public:
+    explicit Lives(std::string family_name) : family(std::move(family_name)) {
+        begin({});
+        awaitOne();
+    }
+
+    void tryEach(int call, std::int64_t step) {
+        const auto count =
+            static_cast<std::int64_t>(plain->calls.at(static_cast<std::size_t>(call)));
+        std::cout << sim::kShimCallNames.at(static_cast<std::size_t>(call)) << ": " << count
+                  << " calls" << std::endl;
+        for (std::int64_t number = 1; number <= count; number += step) {
+            if (running.size() == kLivesAtATime) {
+                awaitOne();
+            }
+            begin({call, number});
+        }
+    }
+
+    // True if all lives were as they should be.
+    bool finish() {
+        while (!running.empty()) {
+            awaitOne();
+        }
+        std::cout << family << ": " << lives << " lives, " << broken << " not as they should be\n";
+        return broken == 0;
+    }
+
+private:
+    void begin(const Failure &failure) {
+        std::cout.flush();
+        const pid_t child = sim::check(fork(), "fork");
+        if (child == 0) {
+            _exit(live(failure));
+        }
+        running[child] = failure;
+    }
+
+    int live(const Failure &failure) {
+        alarm(kLifeLimitSeconds);
+        try {
+            sim::enterSandbox();
+            std::unique_ptr<SoakedUnit> unit;
+            if (family == "encoder") {
+                unit = std::make_unique<SoakedEncoder>();
+            } else {
+                unit = std::make_unique<SoakedDecoder>();
+            }
+            const PlainLife seen = Life(*unit, failure).run();
+            if (failure.call < 0) {
+                *plain = seen;
+            } else if (seen.descriptors > plain->descriptors) {
+                fail(std::to_string(seen.descriptors) + " descriptors, " +
+                     std::to_string(plain->descriptors) + " where nothing fails");
+            }
+            return 0;
+        } catch (const std::exception &error) {
+            const std::string name =
+                failure.call < 0 ? "none"
+                                 : sim::kShimCallNames.at(static_cast<std::size_t>(failure.call));
+            std::cout << name + " " + std::to_string(failure.number) + ": " + error.what() + "\n"
+                      << std::flush;
+            return 1;
+        }
+    }
+
+    void awaitOne() {
+        int status = 0;
+        const pid_t child = sim::check(wait(&status), "wait");
+        if (WIFSIGNALED(status)) {
+            const Failure &failure = running[child];
+            std::cout << failure.call << " " << failure.number << ": ended by signal "
+                      << WTERMSIG(status) << std::endl;
+        }
+        running.erase(child);
+        ++lives;
+        broken += status == 0 ? 0 : 1;
+    }
+
+    const std::string family;
+    sim::SharedObject<PlainLife> plain;
+    std::map<pid_t, Failure> running;
+    int lives = 0;
+    int broken = 0;
+};
+
+// -1 if there is no such kind.
+int callNamed(const char *name) {
+    for (int kind = 0; kind < sim::kShimCallKinds; ++kind) {
+        if (std::strcmp(sim::kShimCallNames.at(static_cast<std::size_t>(kind)), name) == 0) {
+            return kind;
+        }
+    }
+    return -1;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    const std::string family = argc > 1 ? argv[1] : "";
+    const int only = argc > 2 ? callNamed(argv[2]) : -1;
+    const int step = argc > 3 ? std::atoi(argv[3]) : 1;
+    if ((family != "decoder" && family != "encoder") || (argc > 2 && only < 0) || step < 1) {
+        std::cerr << kUsage;
+        return 2;
+    }
+    Lives lives(family);
+    for (int call = 0; call < sim::kShimCallKinds; ++call) {
+        if (only < 0 || only == call) {
+            lives.tryEach(call, step);
+        }
+    }
+    return lives.finish() ? 0 : 1;
+}
