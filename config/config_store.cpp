@@ -39,7 +39,7 @@ void ConfigStore::reload() {
     const MutexLock lock(mutex);
     try {
         mergeDocument(readConfigFile(path).value_or(kDefaultDocument));
-    } catch (const std::bad_alloc &) {
+    } catch (const std::exception &) {  // jsoncpp has a type of its own for that
         puts("No memory for the settings");
     }
 }
@@ -86,7 +86,7 @@ int ConfigStore::applyDocument(const std::string &text) {
         if (mergeDocument(text) == 0 && !writeConfigFile(path, text)) {
             printf("Failed to save cfg: %s\n", path.c_str());
         }
-    } catch (const std::bad_alloc &) {
+    } catch (const std::exception &) {
         puts("No memory for the settings");
     }
     return 0;

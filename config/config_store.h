@@ -17,7 +17,7 @@
 // Threads: every operation locks `mutex` itself; none calls another one.
 // Owner:   main(). The pump and ApiHandler borrow a pointer and end before it.
 // Errors:  by small integers; only a copy or a document that is asked for may throw
-//          std::bad_alloc. A missing or unreadable file counts as the default
+//          for want of memory. A missing or unreadable file counts as the default
 //          document, in which both slots are "srt://" and disabled; text that is no
 //          JSON object changes nothing.
 class ConfigStore {

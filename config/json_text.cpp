@@ -1,5 +1,7 @@
 #include "config/json_text.h"
 
+#include <exception>
+
 #include <json/reader.h>
 #include <json/writer.h>
 
@@ -10,7 +12,7 @@ bool parseJson(const std::string &text, Json::Value &root) {
         Json::Reader reader;
         // Collecting comments takes time that grows with the square of their number.
         return reader.parse(text, root, false);
-    } catch (const Json::Exception &) {
+    } catch (const std::exception &) {
         return false;
     }
 }

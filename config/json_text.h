@@ -10,7 +10,7 @@
 #include <json/value.h>
 
 // Parses `text`, comments allowed, into `root`. False, whatever `root` then holds, if
-// it is not JSON or nested deeper than the library reads. Throws std::bad_alloc only.
+// it is not JSON, nested deeper than the library reads, or too much for the memory.
 [[nodiscard]] bool parseJson(const std::string &text, Json::Value &root);
 
 // `value` on one line without blanks, keys in byte order.

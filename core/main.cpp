@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string>
 
 #include <malloc.h>
@@ -186,12 +187,8 @@ void shutDown(Process &process) {
     process.store.reset();
 }
 
-}  // namespace
-
-int main() {
-    prepareStandardStreams();
-    giveLargeMemoryBack();
-    installStopSignals();
+// The exit status.
+int live() {
     Process process;
     int status = 0;
     try {
@@ -203,4 +200,18 @@ int main() {
     }
     shutDown(process);
     return status;
+}
+
+}  // namespace
+
+int main() {
+    prepareStandardStreams();
+    giveLargeMemoryBack();
+    installStopSignals();
+    try {
+        return live();
+    } catch (const std::bad_alloc &) {  // not even for the log
+        fputs("No memory to start with\n", stderr);
+        return 1;
+    }
 }

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 #include <ctime>
-#include <new>
+#include <exception>
 #include <string>
 
 #include <unistd.h>
@@ -22,7 +22,7 @@ template <typename Task>
 void ifMemoryAllows(Task task) {
     try {
         task();
-    } catch (const std::bad_alloc &) {
+    } catch (const std::exception &) {  // jsoncpp has a type of its own for that
         puts("No memory for the statistics");
     }
 }

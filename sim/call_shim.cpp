@@ -6,8 +6,10 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 
 #include <dlfcn.h>
+#include <execinfo.h>
 #include <link.h>
 #include <netdb.h>
 #include <poll.h>
@@ -32,6 +34,9 @@ CallShim *shim = nullptr;
 std::uintptr_t program_begin = 0;
 std::uintptr_t program_end = 0;
 __attribute__((tls_model("initial-exec"))) thread_local bool on_main_thread = false;
+
+int (*real_main)(int, char **, char **) = nullptr;
+std::atomic<bool> main_runs{false};
 
 // On each thread that the program's own code started, and on the main thread.
 __attribute__((tls_model("initial-exec"))) thread_local bool on_own_thread = false;
@@ -59,13 +64,39 @@ bool isOwnCode(const void *return_address) {
     return caller >= program_begin && caller < program_end;
 }
 
+// libsrt does not survive an allocation of its own that fails, and nobody can mend that from
+// outside: those are left alone. The callers are written to stderr, for whoever looks into a
+// life that went wrong; addr2line makes lines of them.
+bool isAskedByLibsrt() {
+    main_runs = false;  // calls for this do not count
+    std::array<void *, 24> frames{};
+    const int depth = backtrace(frames.data(), frames.size());
+    bool by_libsrt = false;
+    for (int i = 0; i < depth; ++i) {
+        Dl_info info{};
+        by_libsrt = by_libsrt || (dladdr(frames.at(static_cast<std::size_t>(i)), &info) != 0 &&
+                                  strstr(info.dli_fname, "libsrt") != nullptr);
+    }
+    if (!by_libsrt) {
+        backtrace_symbols_fd(frames.data(), depth, STDERR_FILENO);
+    }
+    main_runs = true;
+    return by_libsrt;
+}
+
 // Counts a call; true if it is the one that is to fail.
 bool fails(ShimCall kind) {
-    if (shim == nullptr || (shim->spare_library_threads && !on_own_thread)) {
+    if (shim == nullptr || !main_runs || (shim->spare_libraries && !on_own_thread)) {
         return false;
     }
     ++shim->calls[kind];
-    return shim->fail_in[kind] > 0 && shim->fail_in[kind].fetch_sub(1) == 1;
+    const bool chosen = shim->fail_in[kind] > 0 && shim->fail_in[kind].fetch_sub(1) == 1;
+    if (!chosen || !shim->spare_libraries) {
+        return chosen;
+    }
+    const bool spared = isAskedByLibsrt() && kind == kShimMalloc;
+    shim->spared = spared;
+    return !spared;
 }
 
 void noteAllocation() {
@@ -83,6 +114,13 @@ template <typename Result>
 Result failWith(int error, Result result) {
     errno = error;
     return result;
+}
+
+int runMain(int argc, char **argv, char **env) {
+    main_runs = true;
+    const int status = real_main(argc, argv, env);
+    main_runs = false;
+    return status;
 }
 
 struct ThreadStart {
@@ -120,6 +158,14 @@ void *runOwnThread(void *start) {
     }
 
 extern "C" {
+
+// What libraries do before main() and behind it is not the daemon's.
+int __libc_start_main(int (*program)(int, char **, char **), int argc, char **argv, void (*init)(),
+                      void (*fini)(), void (*rtld_fini)(), void *stack_end) {
+    static const auto real = next<decltype(__libc_start_main)>("__libc_start_main");
+    real_main = program;
+    return real(runMain, argc, argv, init, fini, rtld_fini, stack_end);
+}
 
 void *malloc(std::size_t size) {
     noteAllocation();

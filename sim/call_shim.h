@@ -89,8 +89,9 @@ inline constexpr std::array<const char *, kShimCallKinds> kShimCallNames = {"mal
 struct CallShim {
     std::array<std::atomic<std::uint64_t>, kShimCallKinds> calls;   // of all threads
     std::array<std::atomic<std::int64_t>, kShimCallKinds> fail_in;  // 1: the next one; 0: none
-    std::atomic<bool> spare_library_threads;      // calls on threads of the libraries' own do
-                                                  // neither count nor fail
+    std::atomic<bool> spare_libraries;            // calls on threads that libraries have started
+                                                  // do not count, libsrt's allocations do not fail
+    std::atomic<bool> spared;                     // the chosen call was one of those
     std::atomic<std::uint64_t> fail_malloc_of;    // every malloc of this size fails; 0: none
     std::atomic<std::uint64_t> main_allocations;  // malloc, calloc, realloc on the main thread
     std::atomic<std::uint64_t> own_main_locks;    // mutexes that the program's own code took there

@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdlib>
@@ -29,15 +30,18 @@ using namespace std::chrono_literals;
 constexpr const char *kUsage = R"(usage: tidewell_failing_calls decoder|encoder [CALL [STEP]]
 
 Lives of the daemon with a start, a stream, three changes of its settings and a stop, in each of
-which one call fails: the first socket(), then the second one, and so on, for each kind of call or
-only for CALL; with STEP only every STEP-th. Before the stream first flows the daemon may end with
-a message and a status above 0; after that it has to go on. Calls on libsrt's own threads are left
-alone. Ends with status 1 if a life was not as it should be.
+which one call fails: the first socket(), then the second one, and so on, for CALL or for all
+kinds ("all"); with STEP only for every STEP-th. Before the stream first flows the daemon may end
+with a message and a status above 0; after that it has to go on. Calls on libsrt's own threads and
+its allocations are left alone. Ends with status 1 if a life was not as it should be.
 )";
 
 constexpr int kLivesAtATime = 12;
 constexpr unsigned kLifeLimitSeconds = 150;
 constexpr auto kFlowLimit = 25s;
+constexpr int kSpared = 2;  // exit status of a life
+constexpr std::size_t kChanges = 3;
+constexpr std::size_t kLastWords = 2500;
 constexpr auto kAskAgainAfter = 100ms;
 constexpr const char *kSettingsFile = "/etc/sysconfig/proxy.cfg";
 
@@ -50,50 +54,71 @@ struct Failure {
 struct PlainLife {
     std::array<std::uint64_t, sim::kShimCallKinds> calls;
     int descriptors;
+    bool spared;  // the call was libsrt's own allocation and did not fail
 };
 
 void fail(const std::string &sentence) {
     throw std::runtime_error(sentence);
 }
 
+// Those without encryption: the first one with it makes OpenSSL set itself up in 40,000
+// allocations.
+std::vector<std::string> plainAddresses(const SoakedUnit &unit) {
+    std::vector<std::string> all = unit.addresses();
+    std::erase_if(all, [](const std::string &uri) { return uri.find("passphrase") != uri.npos; });
+    return all;
+}
+
 class Life {
 public:
     Life(SoakedUnit &soaked_unit, const Failure &failure)
-        : unit(soaked_unit), addresses(unit.addresses()), newest{addresses[0], ""} {
+        : unit(soaked_unit), addresses(plainAddresses(unit)), newest{addresses[0], ""} {
         writeText(kSettingsFile, newest.text());
         daemon = std::make_unique<sim::ShimmedDaemon>(
             sim::DaemonOptions{.product = unit.product(),
                                .env = {std::string("PROXY_CFG=") + kSettingsFile},
                                .write_config = false},
             [&](sim::CallShim &shim) {
-                shim.spare_library_threads = true;
+                shim.spare_libraries = true;
                 if (failure.call >= 0) {
                     shim.fail_in.at(static_cast<std::size_t>(failure.call)) = failure.number;
                 }
             });
     }
 
-    // What it has counted.
+    // What it has counted. A failure tells the daemon's last words.
     PlainLife run() {
+        try {
+            return live();
+        } catch (const std::runtime_error &error) {
+            const std::string said = (*daemon)->standardError();
+            fail(error.what() + std::string("; it said:\n") +
+                 said.substr(said.size() - std::min(said.size(), kLastWords)));
+            throw;
+        }
+    }
+
+private:
+    PlainLife live() {
         if (!awaitStream()) {
             expectRefusal();
             return {};
         }
-        for (std::size_t i = 1; i <= 3; ++i) {
-            apply({addresses[i], ""});
+        for (std::size_t i = 1; i <= kChanges; ++i) {
+            apply({addresses[i % addresses.size()], ""});
         }
         PlainLife seen{};
         seen.descriptors = descriptors();
         if (const int status = (*daemon)->stop(kFlowLimit); status != 0) {
             fail("the stop ended with status " + std::to_string(status));
         }
+        seen.spared = daemon->shim->spared;
         for (std::size_t kind = 0; kind < seen.calls.size(); ++kind) {
             seen.calls.at(kind) = daemon->shim->calls.at(kind);
         }
         return seen;
     }
 
-private:
     // False if the daemon has ended.
     bool awaitStream() {
         const std::uint64_t awaited = sim::monotonicNs() + 300'000'000;
@@ -190,7 +215,8 @@ public:
         while (!running.empty()) {
             awaitOne();
         }
-        std::cout << family << ": " << lives << " lives, " << broken << " not as they should be\n";
+        std::cout << family << ": " << lives << " lives, " << broken << " not as they should be; "
+                  << spared << " calls were libsrt's own\n";
         return broken == 0;
     }
 
@@ -203,6 +229,9 @@ private:
         }
         running[child] = failure;
     }
+
+    // Boost.Asio makes do with a pipe, which has two ends, where it gets no eventfd.
+    static int spares(const Failure &failure) { return failure.call == sim::kShimEventfd ? 1 : 0; }
 
     int live(const Failure &failure) {
         alarm(kLifeLimitSeconds);
@@ -217,11 +246,11 @@ private:
             const PlainLife seen = Life(*unit, failure).run();
             if (failure.call < 0) {
                 *plain = seen;
-            } else if (seen.descriptors > plain->descriptors) {
+            } else if (seen.descriptors > plain->descriptors + spares(failure)) {
                 fail(std::to_string(seen.descriptors) + " descriptors, " +
                      std::to_string(plain->descriptors) + " where nothing fails");
             }
-            return 0;
+            return seen.spared ? kSpared : 0;
         } catch (const std::exception &error) {
             const std::string name =
                 failure.call < 0 ? "none"
@@ -242,13 +271,18 @@ private:
         }
         running.erase(child);
         ++lives;
-        broken += status == 0 ? 0 : 1;
+        if (WIFEXITED(status) && WEXITSTATUS(status) == kSpared) {
+            ++spared;
+        } else if (status != 0) {
+            ++broken;
+        }
     }
 
     const std::string family;
     sim::SharedObject<PlainLife> plain;
     std::map<pid_t, Failure> running;
     int lives = 0;
+    int spared = 0;
     int broken = 0;
 };
 
@@ -268,7 +302,8 @@ int main(int argc, char **argv) {
     const std::string family = argc > 1 ? argv[1] : "";
     const int only = argc > 2 ? callNamed(argv[2]) : -1;
     const int step = argc > 3 ? std::atoi(argv[3]) : 1;
-    if ((family != "decoder" && family != "encoder") || (argc > 2 && only < 0) || step < 1) {
+    if ((family != "decoder" && family != "encoder") ||
+        (argc > 2 && only < 0 && std::strcmp(argv[2], "all") != 0) || step < 1) {
         std::cerr << kUsage;
         return 2;
     }
