@@ -40,8 +40,7 @@ void expectAtMost(const char *what, long number, long limit) {
 SoakedDaemon::SoakedDaemon(SoakedUnit &soaked_unit, unsigned seed) : unit(soaked_unit), dice(seed) {
     sim::check(mount("none", kSettingsDirectory, "tmpfs", 0, "size=64k"), "mount the settings");
     sim::check(mount("none", "/tmp", nullptr, MS_REMOUNT, "size=1m,mode=1777"), "limit /tmp");
-    expectSettings(drawSettings());
-    writeText(kSettingsFile, newest.text());
+    writeByHand(drawSettings());
     start();
 }
 
@@ -85,21 +84,21 @@ void SoakedDaemon::kill() {
     daemon->waitForEnd();
 }
 
-void SoakedDaemon::expectSettings(const Settings &one, const Settings &other) {
-    newest = other;
-    meanings = {meaningOf(one.text()), meaningOf(other.text())};
+void SoakedDaemon::expectEither(const Settings &wanted) {
+    newest = wanted;
+    meanings = {meaningOf(readText(kSettingsFile)), meaningOf(wanted.text())};
 }
 
 void SoakedDaemon::apply(const Settings &wanted) {
-    expectSettings(newest, wanted);
+    expectEither(wanted);
     if (sim::ask("/api/cfg/set", wanted.text()).status() != 200) {
         throw std::runtime_error("/api/cfg/set was not answered");
     }
 }
 
 void SoakedDaemon::writeByHand(const Settings &wanted) {
-    expectSettings(wanted);
     writeText(kSettingsFile, wanted.text());
+    expectEither(wanted);
 }
 
 // Old pieces may still be on their way: those of now and a little later count.

@@ -31,10 +31,8 @@ public:
     void stopInOrder();
     void kill();
 
-    // The file is expected to hold either of these from now on, and the daemon to take up
-    // what it holds.
-    void expectSettings(const Settings &one, const Settings &other);
-    void expectSettings(const Settings &only) { expectSettings(only, only); }
+    // The file has to read as it does now or as `wanted` from now on.
+    void expectEither(const Settings &wanted);
     [[nodiscard]] const Settings &settings() const { return newest; }
     // Through the API.
     void apply(const Settings &wanted);
