@@ -60,7 +60,8 @@ int Listener::bindTo(const char *url) {
     }
     std::memcpy(loc.ip, &address->sin_addr, sizeof(address->sin_addr));
     loc.port = address->sin_port;
-    acceptor.assign(boost::asio::ip::tcp::v4(), socket.release());
+    acceptor.assign(boost::asio::ip::tcp::v4(), socket.number());
+    socket.release();  // not before: a descriptor that is lost would hold the port for ever
     return 0;
 }
 

@@ -36,7 +36,7 @@ with a message and a status above 0; after that it has to go on. Calls on libsrt
 its allocations are left alone. Ends with status 1 if a life was not as it should be.
 )";
 
-constexpr int kLivesAtATime = 24;
+constexpr int kLivesAtATime = 8;
 constexpr unsigned kLifeLimitSeconds = 150;
 constexpr auto kFlowLimit = 25s;
 constexpr int kSpared = 2;  // exit status of a life
