@@ -4,6 +4,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 #include <fcntl.h>
@@ -17,7 +18,7 @@ namespace sim {
 // The sanitizers interpose the same functions.
 inline constexpr bool kShimWorks = !kSanitized;
 
-enum ShimCall : int {
+enum ShimCall : std::size_t {
     kShimMalloc,  // calloc and realloc too
     kShimSocket,
     kShimBind,

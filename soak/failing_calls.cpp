@@ -46,7 +46,7 @@ constexpr auto kAskAgainAfter = 100ms;
 constexpr const char *kSettingsFile = "/etc/sysconfig/proxy.cfg";
 
 struct Failure {
-    int call = -1;  // ShimCall; -1: none, the calls are counted
+    std::size_t call = sim::kShimCallKinds;  // that: none, the calls are counted
     std::int64_t number = 0;
 };
 
@@ -80,8 +80,8 @@ public:
                                .write_config = false},
             [&](sim::CallShim &shim) {
                 shim.spare_libraries = true;
-                if (failure.call >= 0) {
-                    shim.fail_in.at(static_cast<std::size_t>(failure.call)) = failure.number;
+                if (failure.call < sim::kShimCallKinds) {
+                    shim.fail_in.at(failure.call) = failure.number;
                 }
             });
     }
@@ -197,11 +197,9 @@ public:
         awaitOne();
     }
 
-    void tryEach(int call, std::int64_t step) {
-        const auto count =
-            static_cast<std::int64_t>(plain->calls.at(static_cast<std::size_t>(call)));
-        std::cout << sim::kShimCallNames.at(static_cast<std::size_t>(call)) << ": " << count
-                  << " calls" << std::endl;
+    void tryEach(std::size_t call, std::int64_t step) {
+        const auto count = static_cast<std::int64_t>(plain->calls.at(call));
+        std::cout << sim::kShimCallNames.at(call) << ": " << count << " calls" << std::endl;
         for (std::int64_t number = 1; number <= count; number += step) {
             if (running.size() == kLivesAtATime) {
                 awaitOne();
@@ -244,7 +242,7 @@ private:
                 unit = std::make_unique<SoakedDecoder>();
             }
             const PlainLife seen = Life(*unit, failure).run();
-            if (failure.call < 0) {
+            if (failure.call == sim::kShimCallKinds) {
                 *plain = seen;
             } else if (seen.descriptors > plain->descriptors + spares(failure)) {
                 fail(std::to_string(seen.descriptors) + " descriptors, " +
@@ -253,8 +251,7 @@ private:
             return seen.spared ? kSpared : 0;
         } catch (const std::exception &error) {
             const std::string name =
-                failure.call < 0 ? "none"
-                                 : sim::kShimCallNames.at(static_cast<std::size_t>(failure.call));
+                failure.call == sim::kShimCallKinds ? "none" : sim::kShimCallNames.at(failure.call);
             std::cout << name + " " + std::to_string(failure.number) + ": " + error.what() + "\n"
                       << std::flush;
             return 1;
@@ -286,30 +283,32 @@ private:
     int broken = 0;
 };
 
-// -1 if there is no such kind.
-int callNamed(const char *name) {
-    for (int kind = 0; kind < sim::kShimCallKinds; ++kind) {
-        if (std::strcmp(sim::kShimCallNames.at(static_cast<std::size_t>(kind)), name) == 0) {
+// kShimCallKinds if there is no such kind.
+std::size_t callNamed(const char *name) {
+    for (std::size_t kind = 0; kind < sim::kShimCallKinds; ++kind) {
+        if (std::strcmp(sim::kShimCallNames.at(kind), name) == 0) {
             return kind;
         }
     }
-    return -1;
+    return sim::kShimCallKinds;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
     const std::string family = argc > 1 ? argv[1] : "";
-    const int only = argc > 2 ? callNamed(argv[2]) : -1;
+    const std::string wanted = argc > 2 ? argv[2] : "all";
+    const std::size_t only = callNamed(wanted.c_str());
     const int step = argc > 3 ? std::atoi(argv[3]) : 1;
-    if ((family != "decoder" && family != "encoder") ||
-        (argc > 2 && only < 0 && std::strcmp(argv[2], "all") != 0) || step < 1) {
+    const bool all = wanted == "all";
+    if ((family != "decoder" && family != "encoder") || step < 1 ||
+        (only == sim::kShimCallKinds && !all)) {
         std::cerr << kUsage;
         return 2;
     }
     Lives lives(family);
-    for (int call = 0; call < sim::kShimCallKinds; ++call) {
-        if (only < 0 || only == call) {
+    for (std::size_t call = 0; call < sim::kShimCallKinds; ++call) {
+        if (all || only == call) {
             lives.tryEach(call, step);
         }
     }
