@@ -3,8 +3,8 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 import { failedRequest, openPage } from "./fixture.mjs";
-import { SimulatedUnit } from "./simulated_unit.mjs";
-import { waitUntil } from "./wait_until.mjs";
+import { SimulatedUnit } from "../../tools/page/simulated_unit.mjs";
+import { waitUntil } from "../../tools/page/wait_until.mjs";
 
 async function openUnit(t, family) {
     const unit = await new SimulatedUnit().start(family);

@@ -4,8 +4,8 @@ import { test } from "node:test";
 import { failedRequest, openPage } from "./fixture.mjs";
 import {
     DROP, HANG, decoderCaps, encoderCaps, encoderStats, livePrimary, liveStats, noStreamStats, raw, uris,
-} from "./scripted_unit.mjs";
-import { waitUntil } from "./wait_until.mjs";
+} from "../../tools/page/scripted_unit.mjs";
+import { waitUntil } from "../../tools/page/wait_until.mjs";
 
 const yellow = "rgb(255, 219, 61)";
 const blue = "rgb(0, 159, 214)";

@@ -2,7 +2,7 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 import { failedRequest, openPage } from "./fixture.mjs";
-import { HANG, decoderCaps, encoderCaps, raw, uris } from "./scripted_unit.mjs";
+import { HANG, decoderCaps, encoderCaps, raw, uris } from "../../tools/page/scripted_unit.mjs";
 
 const fieldIds = ["primaryEnable", "primaryMode", "primaryAddress", "primaryPort", "primaryLatency", "primaryID",
     "primaryEncryption", "primaryEncryptionKey", "rcvbuf", "fcBuf"];

@@ -2,8 +2,8 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 import { failedRequest, openPage } from "./fixture.mjs";
-import { raw, uris } from "./scripted_unit.mjs";
-import { waitUntil } from "./wait_until.mjs";
+import { raw, uris } from "../../tools/page/scripted_unit.mjs";
+import { waitUntil } from "../../tools/page/wait_until.mjs";
 
 const longId = "news/".repeat(100);
 const longUri = `srt://${"long-".repeat(10)}name.example:50000?mode=listener&streamid=${longId}&latency=8000`

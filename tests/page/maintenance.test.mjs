@@ -2,8 +2,8 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 import { failedRequest, openPage } from "./fixture.mjs";
-import { DROP, HANG, decoderCaps, liveStats, raw } from "./scripted_unit.mjs";
-import { waitUntil } from "./wait_until.mjs";
+import { DROP, HANG, decoderCaps, liveStats, raw } from "../../tools/page/scripted_unit.mjs";
+import { waitUntil } from "../../tools/page/wait_until.mjs";
 
 const links = { reboot: "[href='#rebootModal']", restart: "[href='#restartModal']", update: "#noUpdateAlert" };
 const newFirmware = { "/api/firmware/get": { updates: ["tidewell-fennel-1.0.10.sh"] } };
