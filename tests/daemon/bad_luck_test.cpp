@@ -77,8 +77,8 @@ TEST_F(BadLuck, SettingsReplacedWhileTheyAreReadAreTheOldOrTheNewOnes) {
     {
         std::ofstream file(kCfg);  // opens when the daemon does
         file << good.substr(0, good.size() / 2) << std::flush;
-        writeFile("/tmp/new.cfg", configDocument(other.uri(), other.uri()));
-        ASSERT_EQ(rename("/tmp/new.cfg", kCfg.c_str()), 0);
+        writeFile(kCfg + ".new", configDocument(other.uri(), other.uri()));
+        fs::rename(kCfg + ".new", kCfg);
         file << good.substr(good.size() / 2);
     }
     ASSERT_TRUE(streamRuns());
