@@ -1,4 +1,5 @@
-// A decoder at the desk: two live senders, the daemon, the unit's input on port 9261.
+// A decoder at the desk: two live senders, the backup's stream encrypted, the daemon, the
+// unit's input on port 9261.
 #pragma once
 
 #include "sim/simulated_unit.h"
@@ -19,7 +20,8 @@ public:
 
 private:
     SrtSender primary{kPrimaryPort};
-    SrtSender backup{kBackupPort};
+    SrtSender backup{
+        SenderOptions{{.port = kBackupPort, .passphrase = "a-desk-secret", .pbkeylen = 16}}};
     UdpSink input;
 };
 

@@ -82,22 +82,18 @@ TEST_F(Firmware, OfAnotherPlatformIsListedWhereTheEnvironmentNamesThat) {
 TEST_F(Firmware, RequestThatNamesNoUsableFileIsRefusedAndTouchesNothing) {
     const ApiDaemon daemon({});
     const std::string refused = jsonReply("{}\n", "400 Bad Request");
-    for (const std::string &body :
-         {std::string("no JSON"), std::string("[]"), std::string("{}"), std::string(),
-          std::string("{\"update\":7}"), std::string("{\"update\":\"\"}"),
-          std::string("{\"update\":\"../tidewell-fennel-1.0.2\"}"),
-          std::string("{\"update\":\"tidewell-fennel-1.0.2;reboot\"}"),
-          std::string("{\"update\":\"tidewell-fennel-1.0.2\\u0000\"}"),
-          std::string("{\"update\":\"$(reboot)\"}"), std::string("{\"update\":\"-c\"}")}) {
+    for (const char *body :
+         {"no JSON", "[]", "{}", "", R"({"update":7})", R"({"update":""})", R"({"update":"-c"})",
+          R"({"update":"../tidewell-fennel-1.0.2"})",
+          R"({"update":"tidewell-fennel-1.0.2;reboot"})", "{\"update\":\"$(reboot)\"}",
+          R"({"update":"tidewell-fennel-1.0.2\u0000"})"}) {
         for (const char *path : {"/api/localfirmware/set", "/api/firmware/set"}) {
             const Reply reply = ask(path, body);
             EXPECT_EQ(reply.head + reply.body, refused) << path << " " << body;
         }
     }
-    for (const char *name : {"tidewell-fennel-1.0.3", "folder"}) {
-        EXPECT_EQ(
-            ask("/api/localfirmware/set", "{\"update\":\"" + std::string(name) + "\"}").status(),
-            400);
+    for (const char *body : {R"({"update":"tidewell-fennel-1.0.3"})", R"({"update":"folder"})"}) {
+        EXPECT_EQ(ask("/api/localfirmware/set", body).status(), 400) << body;
     }
     EXPECT_EQ(files(), 5U);
     EXPECT_EQ(readFile("/etc/cron.d/crontab"), "1 /etc/init.d/tidewell\n2 other\n");
@@ -183,10 +179,9 @@ TEST_F(Firmware, ScriptWaitsForTheReaderOfAPipeThatItInherits) {
     std::string text;
     EXPECT_TRUE(waitUntil([&] {
         char bytes[65536];
-        for (ssize_t count; (count = read(output[0], bytes, sizeof bytes)) > 0;) {
-            text.append(bytes, static_cast<std::size_t>(count));
-        }
-        return text.find("\n99999\n100000\nall\n") != std::string::npos;
+        const ssize_t count = read(output[0], bytes, sizeof bytes);
+        text.append(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        return text.ends_with("\n99999\n100000\nall\n");
     }));
     close(output[0]);
 }

@@ -1,7 +1,6 @@
 // What the API does to a stream that runs, and what clients cannot do to it.
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <csignal>
 #include <random>
 #include <thread>
@@ -70,9 +69,7 @@ TEST_F(ApiBesideStream, SettingsGoBackToThePrimaryWhateverTheySay) {
     ApiDaemon daemon({.primary = primary.uri(), .backup = backup.uri()});
     const std::string file = readFile("/etc/sysconfig/proxy.cfg");
     int times_on_primary = 1;
-    for (const std::string &body :
-         {std::string("no JSON"), std::string("[]"), std::string(),
-          std::string("{\"uris\":[{\"idx\":\"0\",\"uri\":7}]"), std::string(1 << 20, '{')}) {
+    for (const std::string &body : {std::string("no JSON"), std::string(1 << 20, '{')}) {
         ASSERT_TRUE(unitReceivesFrom(primary));
         ask("/api/source/set", "{\"index\":1}");
         ASSERT_TRUE(unitReceivesFrom(backup));
@@ -99,14 +96,10 @@ TEST_F(ApiBesideStream, SettingsAreSavedAsTheyCameUpToTheFirstNul) {
 // that go away in the middle of a reply: the stream must not lose a packet, and whoever comes
 // next is answered.
 TEST_F(ApiBesideStream, CrowdOfClientsHurtsNeitherTheStreamNorTheNextClient) {
-    const rlimit many{4096, 4096};
+    static const rlimit many{4096, 4096}, few{1024, 1024};
     setrlimit(RLIMIT_NOFILE, &many);
-    sim::DaemonOptions options{.primary = primary.uri()};
-    options.before_exec = [] {
-        const rlimit few{1024, 1024};
-        setrlimit(RLIMIT_NOFILE, &few);
-    };
-    ApiDaemon daemon(options);
+    ApiDaemon daemon(
+        {.primary = primary.uri(), .before_exec = [] { setrlimit(RLIMIT_NOFILE, &few); }});
     ASSERT_TRUE(unitReceivesFrom(primary));
     std::vector<RawClient> crowd;
     for (int number = 0; number < 1100; ++number) {
@@ -138,25 +131,20 @@ TEST(ApiSaving, KillInTheMiddleLeavesTheOldOrTheNewDocument) {
         sim::configDocument("srt://lengthy.invalid:1", "srt://second:2") + std::string(3000, ' ');
     std::minstd_rand dice(11);
     for (int life = 0; life < 12; ++life) {
-        writeFile("/etc/sysconfig/proxy.cfg", brief);
         ApiDaemon daemon({.config = brief});
-        std::atomic<bool> gone{false};
-        std::thread client([&] {
-            for (int i = 0; !gone; ++i) {
-                try {
-                    ask("/api/cfg/set", i % 2 == 0 ? lengthy : brief);
-                } catch (const std::runtime_error &) {
-                    return;
-                }
-            }
+        std::thread killer([&, delay = std::chrono::microseconds(dice() % 30000)] {
+            std::this_thread::sleep_for(delay);
+            daemon.signal(SIGKILL);
         });
-        const auto moment =
-            std::chrono::steady_clock::now() + std::chrono::microseconds(dice() % 30000);
-        waitUntil([&] { return std::chrono::steady_clock::now() >= moment; });
-        daemon.signal(SIGKILL);
+        try {
+            for (;;) {
+                ask("/api/cfg/set", lengthy);
+                ask("/api/cfg/set", brief);
+            }
+        } catch (const std::runtime_error &) {
+            killer.join();
+        }
         daemon.waitForEnd();
-        gone = true;
-        client.join();
         Json::Value saved;
         ASSERT_TRUE(parseJson(readFile("/etc/sysconfig/proxy.cfg"), saved)) << life;
         const std::string uri = saved["uris"][0]["uri"].asString();

@@ -4,7 +4,7 @@
 #include <csignal>
 #include <filesystem>
 
-#include <sys/resource.h>
+#include <sys/mount.h>
 
 #include "sim/route_driver.h"
 #include "sim/route_ingress.h"
@@ -19,6 +19,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace sim;
+namespace fs = std::filesystem;
 
 TEST(Lifecycle, EachStopSignalEndsItInOrderWithinAShortTime) {
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
@@ -92,32 +93,42 @@ TEST(Lifecycle, StartFailsInOrderWhereItCannotGoOn) {
     }
 }
 
-// What the starter may have done to the standard streams must not reach the stream.
+std::string emptied(int pipe) {
+    std::string text(1 << 17, '\0');
+    text.resize(
+        static_cast<std::size_t>(std::max<ssize_t>(read(pipe, text.data(), text.size()), 0)));
+    return text;
+}
+
+// What the starter may have done to the standard streams must not reach the stream, and an
+// output that takes something again gets what is said from then on.
 TEST(Lifecycle, ClosedFullOrStuckOutputsDoNotStopTheStream) {
+    fs::create_directory("/tmp/full");
+    ASSERT_EQ(mount("none", "/tmp/full", "tmpfs", 0, "size=8k"), 0);
+    writeFile("/tmp/full/rest", std::string(8192, 'x'));
     int stuck[2];
-    ASSERT_EQ(pipe(stuck), 0);
+    ASSERT_EQ(pipe2(stuck, O_NONBLOCK | O_CLOEXEC), 0);
+    while (write(stuck[1], "filler", 6) == 6) {
+    }
+    fcntl(stuck[1], F_SETFL, 0);
     int broken[2];
     ASSERT_EQ(pipe(broken), 0);
     close(broken[0]);
     const struct {
         const char *name;
-        std::function<void()> prepare;
+        std::function<void()> prepare, give_room;
+        std::function<std::string()> said;
     } rows[] = {
-        {"all three closed", [] { close(0), close(1), close(2); }},
+        {"all three closed", [] { close(0), close(1), close(2); }, {}, {}},
+        {"pipe without a reader", [&] { dup2(broken[1], 1), dup2(broken[1], 2); }, {}, {}},
         {"full disk",
          [] {
-             const int full = open("/dev/full", O_WRONLY);
+             const int full = open("/tmp/full/out", O_WRONLY | O_CREAT | O_APPEND, 0600);
              dup2(full, 1), dup2(full, 2);
-         }},
-        {"pipe without a reader", [&] { dup2(broken[1], 1), dup2(broken[1], 2); }},
-        {"pipe that nobody empties",
-         [&] {
-             const std::string filler(1 << 16, 'x');
-             fcntl(stuck[1], F_SETFL, O_NONBLOCK);
-             [[maybe_unused]] const ssize_t filled = write(stuck[1], filler.data(), filler.size());
-             fcntl(stuck[1], F_SETFL, 0);
-             dup2(stuck[1], 1), dup2(stuck[1], 2);
-         }},
+         },
+         [] { fs::remove("/tmp/full/rest"); }, [] { return readFile("/tmp/full/out"); }},
+        {"pipe that nobody empties", [&] { dup2(stuck[1], 1), dup2(stuck[1], 2); },
+         [&] { emptied(stuck[0]); }, [&] { return emptied(stuck[0]); }},
     };
     sim::SrtSender sender(5000);
     for (const auto &row : rows) {
@@ -125,7 +136,13 @@ TEST(Lifecycle, ClosedFullOrStuckOutputsDoNotStopTheStream) {
         sim::UdpSink unit;
         Daemon daemon({.primary = sender.uri(), .before_exec = row.prepare});
         EXPECT_TRUE(waitUntil([&] { return unit.datagrams() > 100; }));
+        if (row.give_room) {
+            row.give_room();
+        }
         EXPECT_EQ(daemon.stop(kStopLimit), 0);
+        if (row.said) {
+            EXPECT_NE(row.said().find("main exit\n"), std::string::npos);
+        }
     }
 }
 

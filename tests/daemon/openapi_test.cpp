@@ -15,7 +15,7 @@ namespace {
 
 const std::string kSource = TIDEWELL_SOURCE_DIR;
 const std::string kCheck =
-    "node " + kSource + "/tests/daemon/openapi_check.mjs " + kSource + "/docs/openapi.yaml";
+    "node " + kSource + "/tools/openapi_check.mjs " + kSource + "/docs/openapi.yaml";
 
 std::set<std::string> documentedPaths() {
     EXPECT_EQ(system((kCheck + " >/tmp/paths").c_str()), 0);

@@ -3,8 +3,8 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 import { failedRequest, openPage } from "./fixture.mjs";
-import { SimulatedUnit } from "./simulated_unit.mjs";
-import { waitUntil } from "./wait_until.mjs";
+import { SimulatedUnit } from "../../tools/page/simulated_unit.mjs";
+import { waitUntil } from "../../tools/page/wait_until.mjs";
 
 async function openUnit(t, family) {
     const unit = await new SimulatedUnit().start(family);
@@ -43,9 +43,13 @@ test("a decoder's stream comes, fails over, is selected back and takes new setti
 
     await page.fill("#primaryPort", "5001");
     await page.fill("#primaryLatency", "450");
+    await page.selectOption("#primaryEncryption", "16");
+    await page.fill("#primaryEncryptionKey", "a-desk-secret");
     await page.click("#setStream");
-    await toast("Set Stream", /^Succeeded!<br>Primary: srt:\/\/127\.0\.0\.1:5001\?mode=caller&amp;latency=450<br>Backup: /);
-    await unit.carries("backup"); // the far end at port 5001
+    await toast("Set Stream", new RegExp("^Succeeded!<br>Primary: srt://127\\.0\\.0\\.1:5001\\?mode=caller&amp;latency=450"
+        + "&amp;pbkeylen=16&amp;passphrase=a-desk-secret<br>Backup: "));
+    await unit.carries("backup"); // the far end at port 5001, which sends nothing without its key
+    await shows("statsEncryptionType", /^AES128$/);
     await shows("srtMsRcvBuf", /^4\d\d$/);
     assert.equal(await open.text("statsIndex"), "Primary");
 });

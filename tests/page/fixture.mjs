@@ -3,9 +3,9 @@
 // error that the test does not list, no request to another origin.
 import assert from "node:assert/strict";
 import { after } from "node:test";
-import { launchBrowser } from "./browser.mjs";
-import { ScriptedUnit } from "./scripted_unit.mjs";
-import { waitUntil } from "./wait_until.mjs";
+import { launchBrowser } from "../../tools/page/browser.mjs";
+import { ScriptedUnit } from "../../tools/page/scripted_unit.mjs";
+import { waitUntil } from "../../tools/page/wait_until.mjs";
 
 let launching;
 const browser = () => (launching ??= launchBrowser());

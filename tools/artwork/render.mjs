@@ -3,7 +3,7 @@
 //   node tools/artwork/render.mjs
 import { readFileSync, writeFileSync } from "node:fs";
 import { fileURLToPath } from "node:url";
-import { launchBrowser } from "../../tests/page/browser.mjs";
+import { launchBrowser } from "../page/browser.mjs";
 
 const here = (path) => fileURLToPath(new URL(path, import.meta.url));
 const emblem = readFileSync(here("emblem.svg"), "utf8");

@@ -1,5 +1,5 @@
 // Takes the screenshots of the docs and of a look over the whole page:
-//   node tests/page/screenshots.mjs [DIRECTORY] [NAME...]
+//   node tools/page/screenshots.mjs [DIRECTORY] [NAME...]
 // Each shot is a family, a width and a state of the scripted unit. Those of the docs
 // (npm run docs-images) are the same whenever they are taken.
 import { mkdirSync } from "node:fs";

@@ -2,7 +2,7 @@
 // daemon's share of a core, and the heap after 3,600 polls against that after 300. The
 // first two against the real daemon with a stream, with the load of the machine beside
 // them: they mean little on a busy one.
-//   node tests/page/cost.mjs [paint|cpu|heap...]
+//   node tools/page/cost.mjs [paint|cpu|heap...]
 import { readFileSync } from "node:fs";
 import { loadavg } from "node:os";
 import { launchBrowser } from "./browser.mjs";
