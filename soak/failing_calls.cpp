@@ -42,6 +42,7 @@ constexpr auto kFlowLimit = 25s;
 constexpr int kSpared = 2;  // exit status of a life
 constexpr std::size_t kChanges = 3;
 constexpr std::size_t kLastWords = 2500;
+constexpr auto kSettling = 4s;
 constexpr auto kAskAgainAfter = 100ms;
 constexpr const char *kSettingsFile = "/etc/sysconfig/proxy.cfg";
 
@@ -172,7 +173,7 @@ private:
         return false;
     }
 
-    // Once the API has closed what its clients have left.
+    // Once the API has closed what its clients have left, and libsrt its old sockets.
     int descriptors() {
         int fewest = (*daemon)->descriptors();
         sim::waitUntil(
@@ -180,7 +181,7 @@ private:
                 fewest = std::min(fewest, (*daemon)->descriptors());
                 return false;
             },
-            1s);
+            kSettling);
         return fewest;
     }
 
