@@ -1,7 +1,9 @@
 #include "core/shared/log_ring.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <new>
 
@@ -31,10 +33,19 @@ int formatLine(char (&line)[kLineBytes], const char *text) {
     return snprintf(line, sizeof line, "%s: %s", prefix, text);
 }
 
-// /tmp is open to everybody: a name that somebody planted there is removed, never
-// written through.
+// /tmp is open to everybody: what somebody planted under the name is removed, never written
+// through; a directory with something in it is put aside.
+void clearNewLogName() {
+    if (remove(kNewLogPath) == -1 && errno == ENOTEMPTY) {
+        char aside[] = "/tmp/proxy.log.aside.XXXXXX";
+        if (mkdtemp(aside) != nullptr) {
+            rename(kNewLogPath, aside);
+        }
+    }
+}
+
 FILE *createNewLog() {
-    unlink(kNewLogPath);
+    clearNewLogName();
     const int fd = open(kNewLogPath, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
     if (fd == -1) {
         return nullptr;

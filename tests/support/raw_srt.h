@@ -32,11 +32,11 @@ public:
     void set(SRT_SOCKOPT option, const std::string &value) {
         srt_setsockopt(sock, 0, option, value.data(), static_cast<int>(value.size()));
     }
+    // A number or flag; -1 where the socket does not tell it.
     int get(SRT_SOCKOPT option) const {
-        int value = -1;
+        int value = 0;  // a flag fills its first byte only
         int size = sizeof value;
-        srt_getsockopt(sock, 0, option, &value, &size);
-        return value;
+        return srt_getsockopt(sock, 0, option, &value, &size) == 0 ? value : -1;
     }
     // The stream id that a caller has presented.
     std::string streamId() const {

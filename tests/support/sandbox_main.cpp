@@ -3,7 +3,6 @@
 // A failing test shows what its daemons said; a sanitizer's report in there fails it.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -40,21 +39,12 @@ class DaemonOutput : public testing::EmptyTestEventListener {
     }
 };
 
-// The build asks for the names of the tests where no sandbox may be had.
-bool onlyListsTests(int argc, char **argv) {
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--gtest_list_tests") == 0) {
-            return true;
-        }
-    }
-    return false;
-}
-
 }  // namespace
 
 int main(int argc, char **argv) {
+    testing::InitGoogleTest(&argc, argv);
     try {
-        if (!onlyListsTests(argc, argv)) {
+        if (!GTEST_FLAG_GET(list_tests)) {  // the build asks for names where no sandbox may be had
             sim::enterSandbox();
             testing::UnitTest::GetInstance()->listeners().Append(new DaemonOutput);
         }
@@ -62,6 +52,5 @@ int main(int argc, char **argv) {
         std::cerr << "No sandbox for this test: " << error.what() << '\n';
         return 1;
     }
-    testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

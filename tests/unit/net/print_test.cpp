@@ -31,20 +31,15 @@ TEST(Print, FormatsWhatRepliesAreMadeOf) {
     EXPECT_EQ(print("%.*s", 9, "ends"), "ends");
 }
 
-bool matches(const char *text, const char *pattern) {
-    return mg_match(mg_str(text), mg_str(pattern), nullptr);
-}
-
 TEST(Match, TakesWholeTextsOnly) {
-    for (const auto &[text, pattern] : {std::pair("/a", "/a"), std::pair("/a/b/c", "/a/#"),
-                                        std::pair("", "*"), std::pair("/x", "/?")}) {
-        EXPECT_TRUE(matches(text, pattern)) << text << " ~ " << pattern;
-    }
-    for (const auto &[text, pattern] :
-         {std::pair("/a", "/a/"), std::pair("/a/", "/a"), std::pair("/A", "/a"),
-          std::pair("/a/b/c", "/a/*"), std::pair("/api/b/d/c", "/api/*/c"),
-          std::pair("/*", "/a")}) {
-        EXPECT_FALSE(matches(text, pattern)) << text << " ~ " << pattern;
+    const std::tuple<const char *, const char *, bool> rows[] = {
+        {"/a", "/a", true},  {"/a/b/c", "/a/#", true},  {"", "*", true},
+        {"/x", "/?", true},  {"/a", "/a/", false},      {"/a/", "/a", false},
+        {"/A", "/a", false}, {"/a/b/c", "/a/*", false}, {"/api/b/d/c", "/api/*/c", false},
+        {"/*", "/a", false},
+    };
+    for (const auto &[text, pattern, matches] : rows) {
+        EXPECT_EQ(mg_match(mg_str(text), mg_str(pattern), nullptr), matches) << text << pattern;
     }
 }
 
