@@ -58,14 +58,14 @@ test("reboot, restart and update wait, poll, reload and tell it once", async (t)
         await waitUntil(() => open.unit.count(route) === 1, "the post");
         assert.deepEqual(open.unit.posts(route), [body]);
         assert.deepEqual(await faces(open, name), [false, true], name);
-        await open.settle();
-        await open.run(delay - 100);
-        assert.equal(await reloaded(open), false, `${name}: a delay before the first attempt`);
-        open.unit.replies["/api/stats"] = down;
         await open.page.click(`#${name}Modal .btn-close`); // The wait goes on behind a closed dialog.
         await shows(open, name, false);
         await open.settle();
-        await open.run(3000);
+        await open.run(delay - 500);
+        await open.settle();
+        assert.equal(await reloaded(open), false, `${name}: a delay before the first attempt`);
+        open.unit.replies["/api/stats"] = down;
+        await open.run(3500);
         assert.equal(await reloaded(open), false, `${name}: nothing while the server is away`);
         open.unit.replies["/api/stats"] = liveStats;
         await runUntilReload(open);
