@@ -19,12 +19,16 @@
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
+// NOLINTBEGIN(bugprone-reserved-identifier): the C library's own doors
 extern "C" {
 void *__libc_malloc(std::size_t);
 void *__libc_calloc(std::size_t, std::size_t);
 void *__libc_realloc(void *, std::size_t);
 void __libc_free(void *);
+int __libc_start_main(int (*)(int, char **, char **), int, char **, void (*)(), void (*)(),
+                      void (*)(), void *);
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
@@ -160,6 +164,7 @@ void *runOwnThread(void *start) {
 extern "C" {
 
 // What libraries do before main() and behind it is not the daemon's.
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
 int __libc_start_main(int (*program)(int, char **, char **), int argc, char **argv, void (*init)(),
                       void (*fini)(), void (*rtld_fini)(), void *stack_end) {
     static const auto real = next<decltype(__libc_start_main)>("__libc_start_main");

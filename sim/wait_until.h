@@ -7,7 +7,7 @@
 
 namespace sim {
 
-inline constexpr std::chrono::milliseconds kDefaultLimit{10'000};
+inline constexpr std::chrono::milliseconds kDefaultLimit{30'000};
 
 // Asks again and again, every two milliseconds, until `condition` holds, and returns
 // true; false once `limit` is over and a last question had the answer no.

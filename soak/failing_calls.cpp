@@ -307,11 +307,16 @@ int main(int argc, char **argv) {
         std::cerr << kUsage;
         return 2;
     }
-    Lives lives(family);
-    for (std::size_t call = 0; call < sim::kShimCallKinds; ++call) {
-        if (all || only == call) {
-            lives.tryEach(call, step);
+    try {
+        Lives lives(family);
+        for (std::size_t call = 0; call < sim::kShimCallKinds; ++call) {
+            if (all || only == call) {
+                lives.tryEach(call, step);
+            }
         }
+        return lives.finish() ? 0 : 1;
+    } catch (const std::exception &error) {
+        std::cerr << "tidewell_failing_calls: " << error.what() << '\n';
+        return 1;
     }
-    return lives.finish() ? 0 : 1;
 }

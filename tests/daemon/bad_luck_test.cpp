@@ -9,12 +9,12 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include "sim/raw_srt.h"
 #include "sim/sandbox.h"
 #include "sim/shimmed_daemon.h"
 #include "sim/srt_sender.h"
 #include "sim/udp_sink.h"
 #include "tests/support/files.h"
-#include "tests/support/raw_srt.h"
 #include "tests/support/stop_limit.h"
 
 namespace {

@@ -10,9 +10,12 @@
 
 #include "config/stream_uri.h"
 #include "endpoints/stats_document.h"
+#include "sim/raw_srt.h"
 #include "sim/wait_until.h"
 #include "tests/support/printed.h"
-#include "tests/support/raw_srt.h"
+
+using sim::RawSrt;
+using sim::SrtLibraryForTest;
 
 inline const std::string kListener = "srt://127.0.0.1:5000?mode=listener";
 inline const std::string kCaller = "srt://127.0.0.1:5000?mode=caller&latency=20";

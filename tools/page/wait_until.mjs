@@ -1,5 +1,5 @@
 // The one way of waiting: asks again until the condition gives something true.
-export async function waitUntil(condition, what, limitMs = 5000) {
+export async function waitUntil(condition, what, limitMs = 20000) {
     const end = performance.now() + limitMs;
     for (;;) {
         const value = await condition();

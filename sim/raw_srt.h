@@ -1,5 +1,5 @@
-// A bare libsrt socket inside the test's own process: a far end whose every step the
-// test decides. Ports are on the loopback.
+// A bare libsrt socket inside its owner's process: a far end whose every step the
+// owner decides. Ports are on the loopback.
 #pragma once
 
 #include <srt/srt.h>
@@ -9,6 +9,8 @@
 #include <utility>
 
 #include <arpa/inet.h>
+
+namespace sim {
 
 struct SrtLibraryForTest {
     SrtLibraryForTest() {
@@ -84,3 +86,5 @@ private:
 
     SRTSOCKET sock;
 };
+
+}  // namespace sim
