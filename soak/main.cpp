@@ -87,7 +87,8 @@ void soak(const Arguments &arguments) {
         const Trouble &trouble = troubles[daemon.roll(static_cast<unsigned>(troubles.size()))];
         std::cout << ++count << ". " << trouble.name << std::flush;
         const milliseconds taken = suffer(trouble, learning, daemon, *unit);
-        std::cout << ": back after " << taken.count() << " ms" << std::endl;
+        std::cout << ": back after " << taken.count() << " ms, " << daemon.process().residentKb()
+                  << " kB" << std::endl;
         Tally &tally = tallies[trouble.name];
         ++tally.times;
         tally.longest = std::max(tally.longest, taken);

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <tuple>
 
 #include <linux/capability.h>
 #include <netinet/in.h>
@@ -160,7 +161,8 @@ sockaddr_in anyAddress(std::uint16_t port) {
 sim::FileDescriptor takePort(std::uint16_t port) {
     sim::FileDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const sockaddr_in address = anyAddress(port);
-    bind(listener.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    EXPECT_EQ(bind(listener.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address),
+              0);
     listen(listener.get(), 1);
     return listener;
 }
@@ -280,7 +282,8 @@ TEST(Thumbnail, IsNotWaitedForLongWhereItsServerAcceptsNobody) {
     for (int i = 0; i < 4; ++i) {
         crowd.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
         sockaddr_in address = anyAddress(80);
-        connect(crowd.back().get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
+        std::ignore = connect(crowd.back().get(), reinterpret_cast<const sockaddr *>(&address),
+                              sizeof address);
     }
     const ApiDaemon daemon({});
     const auto start = std::chrono::steady_clock::now();

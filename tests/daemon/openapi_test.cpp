@@ -57,7 +57,7 @@ TEST_F(OpenApi, ExamplesAreWhatTheDaemonAnswers) {
         }
         ApiDaemon daemon({});
         ASSERT_TRUE(daemon.waitForLine("SRT open failed")) << "by then the settings are read";
-        EXPECT_EQ(system((kCheck + " " + path).c_str()), 0) << path;
+        EXPECT_EQ(system(std::string(kCheck).append(" ").append(path).c_str()), 0) << path;
         daemon.signal(SIGKILL);
         daemon.waitForEnd();
     }

@@ -50,7 +50,7 @@ TEST(Pacer, OneMessageTakesItsTimeAtTheRate) {
 TEST(Pacer, LateDataGoesOutAtOnceUntilTheDeadlineHasCaughtUp) {
     now_us = 0;
     Pacer pacer(8'000'000);
-    now_us += 1316 * 10;  // the stream stalled for ten messages
+    now_us += 13'160;  // the stream stalled for ten messages
     for (int message = 0; message < 11; ++message) {
         EXPECT_EQ(pace(pacer, 1316) == 0, message < 10);
     }

@@ -82,7 +82,7 @@ protected:
         EXPECT_EQ(mkfifo(kPipe, 0600), 0);
         writer = open(kPipe, O_RDWR);
     }
-    ~FileInput() override { close(writer); }
+    void TearDown() override { close(writer); }
     void deliver(std::size_t bytes) {
         const std::string units(bytes, 'u');
         EXPECT_EQ(write(writer, units.data(), bytes), static_cast<ssize_t>(bytes));

@@ -11,7 +11,7 @@ std::string fieldsOf(const StreamUri &uri) {
     std::string text = uri.scheme + "|" + uri.userinfo + "|" + uri.host + "|" +
                        std::to_string(uri.port) + "|" + uri.path + "|";
     for (const auto &[key, value] : uri.options) {
-        text += key + "=" + value + ";";
+        text.append(key).append("=").append(value).append(";");
     }
     return text;
 }
