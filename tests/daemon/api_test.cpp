@@ -190,10 +190,9 @@ TEST(Api, PingTellsWhyItFailed) {
                 {"", R"("ip":"","message":"DNS lookup failed")"},
                 {"192.0.2.1", R"("ip":"192.0.2.1","message":"Packet Send Failed")"}};
     for (const auto &[host, reply] : rows) {
-        EXPECT_EQ(ask("/api/ping", R"({"host":")" + host + R"("})").body,
-                  R"({"host":")" + host + R"(",)" + reply +
-                      R"(,"success":false,"time":"0.000000","ttl":0})"
-                      "\n");
+        const std::string named = std::string(R"({"host":")").append(host).append(R"(")");
+        EXPECT_EQ(ask("/api/ping", named + "}").body,
+                  named + "," + reply + R"(,"success":false,"time":"0.000000","ttl":0})" + "\n");
     }
     const std::string good = ask("/api/ping", "{\"host\":\"127.0.0.1\"}").body;
     EXPECT_EQ(good.find("{\"host\":\"127.0.0.1\",\"ip\":\"127.0.0.1\",\"message\":\"\","
@@ -316,15 +315,17 @@ TEST(Api, LostRouteIsAskedForAgainAndADriverThatTakesAPartEndsNothing) {
     ApiDaemon daemon({.product = "WX-1"});
     const auto routeStands = [&](int times) {
         return sim::waitUntil([&] {
-            return driver.routeUps() == times &&
+            return driver.routeUps() >= times &&
                    readFile("/dev/rt_stat").find("[0003]") != std::string::npos;
         });
     };
     ASSERT_TRUE(routeStands(1));
+    ask("/api/stats");  // a pass that saw no route yet is over now
+    const int asked = driver.routeUps();
     ask("/api/stats");
-    EXPECT_EQ(driver.routeUps(), 1) << "the route stands";
+    EXPECT_EQ(driver.routeUps(), asked) << "the route stands";
     driver.showRoute(false);
-    EXPECT_TRUE(routeStands(2));
+    EXPECT_TRUE(routeStands(asked + 1));
     fs::remove("/dev/rt_cmd");
     fs::create_symlink("/dev/full", "/dev/rt_cmd");
     driver.showRoute(false);
