@@ -39,7 +39,7 @@ void expectAtMost(const char *what, long number, long limit) {
 
 SoakedDaemon::SoakedDaemon(SoakedUnit &soaked_unit, unsigned seed) : unit(soaked_unit), dice(seed) {
     sim::check(mount("none", kSettingsDirectory, "tmpfs", 0, "size=64k"), "mount the settings");
-    sim::check(mount("none", "/tmp", nullptr, MS_REMOUNT, "size=1m,mode=1777"), "limit /tmp");
+    sim::check(mount("none", "/tmp", nullptr, MS_REMOUNT, "size=16m,mode=1777"), "limit /tmp");
     writeByHand(drawSettings());
     start();
 }

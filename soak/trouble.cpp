@@ -85,7 +85,8 @@ void tmpFillsUp(SoakedDaemon &daemon, SoakedUnit & /*unit*/) {
     const fs::path filler = "/tmp/filler";
     {
         std::ofstream file(filler);
-        while (file << "filler" << std::flush) {
+        const std::string block(4096, 'x');
+        while (file << block << std::flush) {
         }
     }
     daemon.apply(daemon.drawSettings());  // has to log into it
