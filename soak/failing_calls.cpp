@@ -54,7 +54,8 @@ struct Failure {
 // What the life in which nothing fails has shown.
 struct PlainLife {
     std::array<std::uint64_t, sim::kShimCallKinds> calls;
-    int descriptors;
+    int fewest_descriptors;  // some come and go
+    int most_descriptors;
     bool spared;  // the call was libsrt's own allocation and did not fail
 };
 
@@ -109,7 +110,7 @@ private:
             apply({addresses[i % addresses.size()], ""});
         }
         PlainLife seen{};
-        seen.descriptors = descriptors();
+        countDescriptors(seen);
         if (const int status = (*daemon)->stop(kFlowLimit); status != 0) {
             fail("the stop ended with status " + std::to_string(status));
         }
@@ -174,15 +175,16 @@ private:
     }
 
     // Once the API has closed what its clients have left, and libsrt its old sockets.
-    int descriptors() {
-        int fewest = (*daemon)->descriptors();
+    void countDescriptors(PlainLife &seen) {
+        seen.fewest_descriptors = seen.most_descriptors = (*daemon)->descriptors();
         sim::waitUntil(
             [&] {
-                fewest = std::min(fewest, (*daemon)->descriptors());
+                const int count = (*daemon)->descriptors();
+                seen.fewest_descriptors = std::min(seen.fewest_descriptors, count);
+                seen.most_descriptors = std::max(seen.most_descriptors, count);
                 return false;
             },
             kSettling);
-        return fewest;
     }
 
     SoakedUnit &unit;
@@ -245,9 +247,9 @@ private:
             const PlainLife seen = Life(*unit, failure).run();
             if (failure.call == sim::kShimCallKinds) {
                 *plain = seen;
-            } else if (seen.descriptors > plain->descriptors + spares(failure)) {
-                fail(std::to_string(seen.descriptors) + " descriptors, " +
-                     std::to_string(plain->descriptors) + " where nothing fails");
+            } else if (seen.fewest_descriptors > plain->most_descriptors + spares(failure)) {
+                fail(std::to_string(seen.fewest_descriptors) + " descriptors, " +
+                     std::to_string(plain->most_descriptors) + " where nothing fails");
             }
             return seen.spared ? kSpared : 0;
         } catch (const std::exception &error) {
