@@ -22,6 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 using bench::Program;
 
+const std::set<std::string> kChapters = {"decoder", "encoder", "idle", "single"};
 constexpr double kIdleSeconds = 10;
 constexpr int kWakes = 20;
 constexpr int kStarts = 5;
@@ -137,8 +138,10 @@ bool readSettings(int count, char **words, Settings &settings) {
             settings.span.patience_s = atof(words[++i]);
         } else if (settings.output.empty() && !word.starts_with('-')) {
             settings.output = fs::absolute(word);
-        } else {
+        } else if (kChapters.contains(word)) {
             settings.chapters.insert(word);
+        } else {
+            return false;
         }
     }
     return !settings.output.empty() && settings.rounds > 0 && settings.span.seconds > 0;

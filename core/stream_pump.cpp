@@ -22,6 +22,7 @@ namespace {
 
 constexpr int kSlots = 2;
 constexpr std::chrono::seconds kNoClientPause{2};  // what is read meanwhile is not kept
+constexpr std::chrono::seconds kErrorPause{1};
 constexpr unsigned kNoConfigSeconds = 3;
 
 // The stats thread beside one stream, from its start to its join.
@@ -155,7 +156,7 @@ void StreamPump::send() {
         }
         if (bytes <= 0) {
             puts("General error");
-            sleep(1);
+            std::this_thread::sleep_for(kErrorPause);
             return;
         }
         const int sent = output->write(parts.buffer, static_cast<int>(bytes));

@@ -1,8 +1,8 @@
 // Keeps a silent device from holding the thread that reads it.
 //
 // Asking poll() before each read would do the same for one system call more, which costs
-// 8 % of a whole sender's CPU time at 100 Mbit/s, and would not help where a driver has no
-// poll support.
+// a tenth of a whole sender's CPU time at 100 Mbit/s, and would not help where a driver has
+// no poll support.
 #pragma once
 
 #include <ctime>

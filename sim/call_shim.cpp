@@ -268,6 +268,9 @@ STAND_IN(kShimPoll, int, poll, ENOMEM, -1, (pollfd * fds, nfds_t count, int limi
          limit_ms)
 STAND_IN(kShimEpollCreate, int, epoll_create1, EMFILE, -1, (int flags) noexcept, flags)
 STAND_IN(kShimEpollCreate, int, epoll_create, EMFILE, -1, (int size) noexcept, size)
+STAND_IN(kShimEpollCtl, int, epoll_ctl, ENOMEM, -1,
+         (int epoll, int operation, int fd, epoll_event *event) noexcept, epoll, operation, fd,
+         event)
 STAND_IN(kShimEventfd, int, eventfd, EMFILE, -1, (unsigned count, int flags) noexcept, count, flags)
 STAND_IN(kShimGetaddrinfo, int, getaddrinfo, 0, EAI_AGAIN,
          (const char *node, const char *service, const addrinfo *hints, addrinfo **list), node,

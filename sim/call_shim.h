@@ -30,6 +30,7 @@ enum ShimCall : std::size_t {
     kShimReceive,
     kShimPoll,
     kShimEpollCreate,
+    kShimEpollCtl,
     kShimEventfd,
     kShimOpen,  // fopen too
     kShimRead,
@@ -54,38 +55,14 @@ enum ShimCall : std::size_t {
     kShimCallKinds
 };
 
-inline constexpr std::array<const char *, kShimCallKinds> kShimCallNames = {"malloc",
-                                                                            "socket",
-                                                                            "bind",
-                                                                            "listen",
-                                                                            "accept",
-                                                                            "connect",
-                                                                            "setsockopt",
-                                                                            "send",
-                                                                            "recv",
-                                                                            "poll",
-                                                                            "epoll_create",
-                                                                            "eventfd",
-                                                                            "open",
-                                                                            "read",
-                                                                            "write",
-                                                                            "close",
-                                                                            "ftruncate",
-                                                                            "rename",
-                                                                            "fallocate",
-                                                                            "getaddrinfo",
-                                                                            "own thread",
-                                                                            "library thread",
-                                                                            "srt_startup",
-                                                                            "srt_create_socket",
-                                                                            "srt_setsockflag",
-                                                                            "srt_connect",
-                                                                            "srt_bind",
-                                                                            "srt_listen",
-                                                                            "srt_accept",
-                                                                            "srt_recvmsg",
-                                                                            "srt_send",
-                                                                            "srt_bstats"};
+inline constexpr std::array<const char *, kShimCallKinds> kShimCallNames = {
+    "malloc",          "socket",      "bind",           "listen",      "accept",
+    "connect",         "setsockopt",  "send",           "recv",        "poll",
+    "epoll_create",    "epoll_ctl",   "eventfd",        "open",        "read",
+    "write",           "close",       "ftruncate",      "rename",      "fallocate",
+    "getaddrinfo",     "own thread",  "library thread", "srt_startup", "srt_create_socket",
+    "srt_setsockflag", "srt_connect", "srt_bind",       "srt_listen",  "srt_accept",
+    "srt_recvmsg",     "srt_send",    "srt_bstats"};
 
 struct CallShim {
     std::array<std::atomic<std::uint64_t>, kShimCallKinds> calls;   // of all threads

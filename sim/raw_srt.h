@@ -12,12 +12,12 @@
 
 namespace sim {
 
-struct SrtLibraryForTest {
-    SrtLibraryForTest() {
+struct SrtLibrary {
+    SrtLibrary() {
         srt_startup();
         srt_setloglevel(LOG_CRIT);
     }
-    ~SrtLibraryForTest() { srt_cleanup(); }
+    ~SrtLibrary() { srt_cleanup(); }
 };
 
 class RawSrt {

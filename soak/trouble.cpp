@@ -21,10 +21,6 @@ void endure(SoakedDaemon &daemon, std::chrono::milliseconds longest) {
         std::chrono::milliseconds(daemon.roll(static_cast<unsigned>(longest.count()))));
 }
 
-sim::SrtPeer &someFarEnd(SoakedDaemon &daemon, SoakedUnit &unit) {
-    return *unit.farEnds()[daemon.roll(static_cast<unsigned>(unit.farEnds().size()))];
-}
-
 void everyFarEnd(SoakedUnit &unit, void (sim::SrtPeer::*act)()) {
     for (sim::SrtPeer *far_end : unit.farEnds()) {
         (far_end->*act)();
@@ -33,32 +29,29 @@ void everyFarEnd(SoakedUnit &unit, void (sim::SrtPeer::*act)()) {
 
 // ---- Far ends
 
+void hurtSomeFarEnd(SoakedDaemon &daemon, SoakedUnit &unit, void (sim::SrtPeer::*begin)(),
+                    std::chrono::milliseconds longest, void (sim::SrtPeer::*end)()) {
+    const std::vector<sim::SrtPeer *> far_ends = unit.farEnds();
+    sim::SrtPeer &chosen = *far_ends[daemon.roll(static_cast<unsigned>(far_ends.size()))];
+    (chosen.*begin)();
+    endure(daemon, longest);
+    (chosen.*end)();
+}
+
 void farEndLeaves(SoakedDaemon &daemon, SoakedUnit &unit) {
-    sim::SrtPeer &far_end = someFarEnd(daemon, unit);
-    far_end.breakOff();
-    endure(daemon, 3s);
-    far_end.restart();
+    hurtSomeFarEnd(daemon, unit, &sim::SrtPeer::breakOff, 3s, &sim::SrtPeer::restart);
 }
 
 void farEndVanishes(SoakedDaemon &daemon, SoakedUnit &unit) {
-    sim::SrtPeer &far_end = someFarEnd(daemon, unit);
-    far_end.vanish();
-    endure(daemon, 8s);
-    far_end.restart();
+    hurtSomeFarEnd(daemon, unit, &sim::SrtPeer::vanish, 8s, &sim::SrtPeer::restart);
 }
 
 void farEndFreezes(SoakedDaemon &daemon, SoakedUnit &unit) {
-    sim::SrtPeer &far_end = someFarEnd(daemon, unit);
-    far_end.freeze();
-    endure(daemon, 8s);
-    far_end.thaw();
+    hurtSomeFarEnd(daemon, unit, &sim::SrtPeer::freeze, 8s, &sim::SrtPeer::thaw);
 }
 
 void farEndFallsSilent(SoakedDaemon &daemon, SoakedUnit &unit) {
-    sim::SrtPeer &far_end = someFarEnd(daemon, unit);
-    far_end.pause();
-    endure(daemon, 8s);
-    far_end.resume();
+    hurtSomeFarEnd(daemon, unit, &sim::SrtPeer::pause, 8s, &sim::SrtPeer::resume);
 }
 
 void allFarEndsVanish(SoakedDaemon &daemon, SoakedUnit &unit) {

@@ -130,7 +130,7 @@ TEST(BadLuckAddress, CallerReachesTheNewerKind) {
     if (readFile("/proc/net/if_inet6").empty()) {
         GTEST_SKIP() << "no IPv6 in this kernel";
     }
-    const SrtLibraryForTest library;
+    const SrtLibrary library;
     RawSrt listener;
     sockaddr_in6 address{};
     address.sin6_family = AF_INET6;
@@ -149,7 +149,7 @@ TEST(BadLuckAddress, CallerReachesTheNewerKind) {
 
 // Each new client waits at the door before the one before it leaves.
 TEST(BadLuckListener, ThreeHundredClientsLeaveNothingBehind) {
-    const SrtLibraryForTest library;
+    const SrtLibrary library;
     Daemon daemon({.primary = "srt://127.0.0.1:5001?mode=listener&latency=20"});
     ASSERT_TRUE(daemon.waitForLine("srt listening"));
     auto client = std::make_unique<RawSrt>();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <json/value.h>
 
 #include "core/shared/log_ring.h"
 #include "core/shared/shared_words.h"
@@ -26,6 +27,9 @@ namespace {
 class NotingEndpoint : public proxy_srt_t {
 public:
     void update_stats(StatsDocument *, std::uint32_t clear) override {
+        if (second() < no_memory_until) {
+            Json::throwRuntimeError("no memory for a text");
+        }
         samples += std::to_string(second()) + (clear == 0 ? " " : "! ");
     }
     void clear_stats(StatsDocument *) override { ++clears; }
@@ -38,7 +42,7 @@ public:
 
     std::string samples, asked;
     int clears = 0;
-    long silent_until = 0;
+    long silent_until = 0, no_memory_until = 0;
 };
 
 class MonThread : public testing::Test {
@@ -62,6 +66,13 @@ TEST_F(MonThread, SamplesEveryTwoSecondsBetweenTwoClearings) {
     EXPECT_EQ(printedBy([&] { runFor(7); }).substr(0, 20), "mon_thread_entry: E\n");
     EXPECT_EQ(endpoint.samples, "2 4 6 ");
     EXPECT_EQ(endpoint.clears, 2);
+}
+
+TEST_F(MonThread, MemoryThatRunsOutCostsTheSampleOnly) {
+    endpoint.no_memory_until = 5;
+    const std::string printed = printedBy([&] { runFor(7); });
+    EXPECT_NE(printed.find("No memory for the statistics\n"), std::string::npos);
+    EXPECT_EQ(endpoint.samples, "6 ");
 }
 
 // The line is due after six seconds, then every 301; without a client it is lost, not late.

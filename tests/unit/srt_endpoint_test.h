@@ -15,7 +15,7 @@
 #include "tests/support/printed.h"
 
 using sim::RawSrt;
-using sim::SrtLibraryForTest;
+using sim::SrtLibrary;
 
 inline const std::string kListener = "srt://127.0.0.1:5000?mode=listener";
 inline const std::string kCaller = "srt://127.0.0.1:5000?mode=caller&latency=20";
@@ -62,5 +62,5 @@ protected:
         return stats.document;
     }
 
-    SrtLibraryForTest library;
+    SrtLibrary library;
 };

@@ -1,9 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/epoll.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -12,6 +16,22 @@
 #include "sim/wait_until.h"
 #include "tests/support/files.h"
 #include "tests/unit/net/http_peer.h"
+
+namespace {
+bool listeners_can_be_watched = true;  // main thread only
+}
+
+// Takes the C library's place.
+extern "C" int epoll_ctl(int epoll, int operation, int fd, epoll_event *event) noexcept {
+    int listens = 0;
+    socklen_t size = sizeof(listens);
+    getsockopt(fd, SOL_SOCKET, SO_ACCEPTCONN, &listens, &size);
+    if (listens != 0 && operation == EPOLL_CTL_ADD && !listeners_can_be_watched) {
+        errno = ENOMEM;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_epoll_ctl, epoll, operation, fd, event));
+}
 
 namespace {
 
@@ -241,6 +261,17 @@ TEST(Listening, TakesOnlyAnAddressThatItCanBind) {
         EXPECT_EQ(mg_http_listen(&manager, url.c_str(), nullptr, nullptr) != nullptr, url.empty())
             << url;
     }
+    mg_mgr_free(&manager);
+}
+
+TEST(Listening, PortStaysFreeWhenItsSocketCannotBeWatched) {
+    const std::string url = HttpServer().url();
+    mg_mgr manager;
+    mg_mgr_init(&manager);
+    listeners_can_be_watched = false;
+    EXPECT_EQ(mg_http_listen(&manager, url.c_str(), nullptr, nullptr), nullptr);
+    listeners_can_be_watched = true;
+    EXPECT_NE(mg_http_listen(&manager, url.c_str(), nullptr, nullptr), nullptr);
     mg_mgr_free(&manager);
 }
 
