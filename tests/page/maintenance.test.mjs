@@ -43,6 +43,7 @@ async function runUntilReload(open) {
         await open.run(500).catch(() => {});
         return reloaded(open);
     }, "the page to reload");
+    await open.page.waitForLoadState();
     await open.settle();
 }
 
