@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include <syslog.h>
@@ -53,6 +54,19 @@ void sendQueued(mg_mgr &manager) {
     mg_mgr_poll(&manager, 0);
 }
 
+// What the last request wants done once its reply is on its way.
+void carryOutAfterReply(mg_mgr &manager) {
+    if (api_words.after_reply == nullptr) {
+        return;
+    }
+    sendQueued(manager);
+    try {
+        std::exchange(api_words.after_reply, nullptr)();
+    } catch (const std::bad_alloc &) {
+        syslog(LOG_ERR, "No memory for the command");
+    }
+}
+
 void *api_thread_entry(void *handler) {
     static_cast<ApiHandler *>(handler)->run();
     return nullptr;
@@ -95,13 +109,11 @@ void ApiHandler::run() {
     while (!stop) {
         listener.ensure();
         mg_mgr_poll(&manager, stop_flag == 0 ? kPollMs : kStoppingPollMs);
-        if (api_words.after_reply != nullptr) {
-            sendQueued(manager);
-            std::exchange(api_words.after_reply, nullptr)();
-        }
+        carryOutAfterReply(manager);
         checkRoute();
     }
     sendQueued(manager);
+    carryOutAfterReply(manager);  // requests are taken to the last
     api_words.thumbnail_source = nullptr;
     mg_mgr_free(&manager);
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <iostream>
 #include <memory>
 #include <sstream>
 
@@ -133,7 +132,7 @@ std::string downloadFirmware(const std::string &base, const std::string &name,
     std::string path = directory + name;
     const std::string url = base + name;
     pruneFirmware(name, directory);
-    std::cout << "Downloading url " << url << " as " << path << std::endl;
+    printf("Downloading url %s as %s\n", url.c_str(), path.c_str());
     FILE *file = fopen(path.c_str(), "wbe");
     if (file == nullptr) {
         syslog(LOG_ERR, "File open failed = %s \n", path.c_str());
@@ -141,6 +140,9 @@ std::string downloadFirmware(const std::string &base, const std::string &name,
     }
     const bool fetched = fetchFile(url, file);
     const bool written = fclose(file) == 0;
+    if (!written) {
+        syslog(LOG_ERR, "File write failed = %s", path.c_str());
+    }
     if (!fetched || !written) {
         remove(path.c_str());
         return "";

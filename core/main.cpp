@@ -107,8 +107,9 @@ void readEnvironment(Process &process) {
     const char *config_path = getenv("PROXY_CFG");
     process.config_path = config_path != nullptr ? config_path : kDefaultConfigPath;
     process.packed = getenv("PROXY_USE_FS") == nullptr;
-    process.encoder = isEncoder(getenv("PRODUCT"));
-    process.thumbnails = hasThumbnails(getenv("PRODUCT"));
+    const char *product = getenv("PRODUCT");
+    process.encoder = isEncoder(product);
+    process.thumbnails = hasThumbnails(product);
 }
 
 void makeUnitEnds(Process &process) {

@@ -170,7 +170,7 @@ ProxyImage::Answer ProxyImage::answerTo(std::uint32_t process, const std::uint64
 
 ProxyImage::Answer ProxyImage::deliverWord(std::uint32_t process, std::uint64_t address) {
     const std::lock_guard lock(mutex);
-    if (reads_fail || words.empty()) {
+    if (words.empty()) {
         return {.value = -1, .error = -EIO};
     }
     std::uint32_t value = words[next_word++ % words.size()];

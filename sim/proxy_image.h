@@ -38,8 +38,6 @@ public:
     }
     // Delivered one after the other, then from the beginning again.
     void setWords(std::vector<std::uint32_t> level_words);
-    // On: each request for a word fails with EIO.
-    void failReads(bool on) { reads_fail = on; }
 
     [[nodiscard]] int startRequests() const { return starts; }
     [[nodiscard]] int wordRequests() const { return word_requests; }
@@ -62,7 +60,6 @@ private:
     std::mutex mutex;
     std::vector<std::uint32_t> words;  // guarded by mutex
     std::size_t next_word = 0;         // guarded by mutex
-    std::atomic<bool> reads_fail{false};
     std::atomic<int> starts{0};
     std::atomic<int> word_requests{0};
     std::atomic<bool> stop{false};

@@ -6,6 +6,7 @@
 
 #include <linux/capability.h>
 #include <netinet/in.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 
 #include "sim/file_descriptor.h"
@@ -49,8 +50,10 @@ TEST(Api, RepliesToTheLetter) {
         {"/api/wq_input_reset", "", "{}\n"},
         {"/api/reboot/set", "", "{}\n"},
     };
+    RawClient client(kApiPort);  // one for all: what is behind a reply would show in the next
     for (const auto &row : rows) {
-        const Reply reply = ask(row.path, row.body);
+        client.send(requestText(row.path, row.body));
+        const Reply reply = client.reply();
         EXPECT_EQ(reply.head + reply.body, jsonReply(row.reply)) << row.path << " " << row.body;
     }
     const std::string no_index[] = {R"({"index":2})",
@@ -108,14 +111,20 @@ TEST(Api, CapabilitiesTellProductVersionAndRoot) {
                  {"PROXY_USE_FS=", "ZOLVA_PLATFORM=dill"},
                  R"("packed_fs":false,"platform":"tamarind","product":"WQ-1")",
                  "unpacked"}};
+    fs::current_path("/tmp");
+    fs::create_directory("web_root");
+    writeFile("web_root/index.html", "from disk");
+    writeFile("/tmp/cmdline", "quiet serialnum=A-17\nserialnum=B\n");
+    ASSERT_EQ(mount("/tmp/cmdline", "/proc/cmdline", nullptr, MS_BIND, nullptr), 0);
     for (const auto &row : rows) {
         const ApiDaemon daemon({.product = row.product, .env = row.env});
         EXPECT_EQ(ask("/api/caps").body,
                   R"({"addresses":[{"ETH0":"0.0.0.0"},{"GBE":"0.0.0.0"}],)" + row.told +
-                      R"(,"serial":"","srt_version":"1.4.4","tidewell_version":"1.0.9",)"
+                      R"(,"serial":"A-17","srt_version":"1.4.4","tidewell_version":"1.0.9",)"
                       R"("tidewell_version_value":65544})"
                       "\n");
         EXPECT_EQ(daemon.countLines("Using " + row.said + " fs"), 1);
+        EXPECT_EQ(ask("/", "", "GET").body == "from disk", row.said == "unpacked");
     }
 }
 
@@ -139,6 +148,9 @@ TEST(Api, RebootIsAnsweredAndUsesShutdownAndWithoutItReboot) {
     EXPECT_EQ(sim::recordedCommands(),
               (std::vector<std::string>{"/sbin/shutdown -r now", "/sbin/reboot ",
                                         "/usr/local/bin/cmd *.dcmd DIT IP RESET"}));
+    writeFile("/usr/local/bin/cmd", "#!/bin/sh\nsleep 0.3\ntouch /tmp/reset\n");
+    ask("/api/wq_input_reset");
+    EXPECT_TRUE(fs::exists("/tmp/reset")) << "answered when the command has ended";
 }
 
 // The reply has to be out before the process, which may be quick to end, takes the API down.
@@ -148,6 +160,7 @@ TEST(Api, RestartIsAnsweredBeforeTheProcessEnds) {
         EXPECT_EQ(ask("/api/restart/set").body, "{}\n");
         EXPECT_EQ(daemon.waitForEnd(5s), 0);
         EXPECT_EQ(daemon.countLines("API handler exit"), 1);
+        EXPECT_EQ(daemon.countLines("Restarting"), 1);
     }
 }
 
@@ -170,10 +183,13 @@ sim::FileDescriptor takePort(std::uint16_t port) {
 TEST(Api, TakenPortIsToldOnceAndTakenUpWhenItIsFree) {
     std::optional<sim::FileDescriptor> owner(takePort(kApiPort));
     const std::string refused = "srt://127.0.0.1:0?mode=caller";  // tried every second
+    const auto start = std::chrono::steady_clock::now();
     sim::Daemon daemon({.primary = refused, .backup = refused});
     ASSERT_TRUE(daemon.waitForLine("Could not listen on port 8000"));
     ASSERT_TRUE(daemon.waitForLine("SRT open failed")) << "the stream does not wait for the API";
-    ASSERT_TRUE(daemon.waitForLine("mode=caller", 12)) << "five seconds, two more tries to listen";
+    ASSERT_TRUE(daemon.waitForLine("mode=caller", 12)) << "four seconds, a second try to listen";
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 4s);
+    EXPECT_EQ(daemon.countLines("SRT open failed"), 2) << "only the first, and its copy";
     owner.reset();
     ASSERT_TRUE(daemon.waitForLine("Listening on port 8000"));
     EXPECT_EQ(ask("/api/stats/reset").body, "{}\n");
@@ -271,6 +287,7 @@ TEST(Thumbnail, IsTheLastImageThatCouldBeFetched) {
                                          " HTTP/1.0\r\nHost: 127.0.0.1\r\nContent-Type: "
                                          "octet-stream\r\nContent-Length: 0\r\n\r\n");
         EXPECT_EQ(ask("/api/encthumb?now").body, "no");
+        EXPECT_EQ(daemon.countLines("http: "), 0) << "a line for each second without a server";
     }
 }
 
@@ -306,6 +323,19 @@ TEST(Api, StatsCarryTheLevelsOfTheOlderDriver) {
     EXPECT_NE(ask("/api/stats").body.find("[" + levels + "7]"), std::string::npos);
     EXPECT_EQ(device.startRequests(), 1);
     EXPECT_EQ(device.wordRequests(), 16);
+}
+
+TEST(Api, RequestsLeaveNoDescriptorBehind) {
+    sim::ProxyImage device;
+    const ApiDaemon daemon({.before_exec = device.installer()});
+    for (int round = 0; round < 20; ++round) {
+        for (const char *path : {"/api/stats", "/api/caps", "/api/thumb", "/proxy.log", "/",
+                                 "/api/wq_input_reset", "/api/localfirmware/get"}) {
+            ask(path);
+        }
+        ask("/api/ping", "{\"host\":\"127.0.0.1\"}");
+    }
+    EXPECT_TRUE(sim::waitUntil([&] { return daemon.descriptors() < 25; })) << daemon.descriptors();
 }
 
 TEST(Api, LostRouteIsAskedForAgainAndADriverThatTakesAPartEndsNothing) {

@@ -125,6 +125,21 @@ TEST_F(BadLuck, ReceiveErrorReopensTheSameAddressAtOnce) {
     EXPECT_EQ(daemon->countLines("5002"), 0);
 }
 
+TEST(BadLuckListener, FailedOpeningSaysAtWhichStep) {
+    if (!kShimWorks) {
+        GTEST_SKIP() << "the shim does not go with this sanitizer";
+    }
+    const std::pair<ShimCall, const char *> rows[] = {{kShimSrtCreateSocket, "srt_socket: "},
+                                                      {kShimSrtBind, "srt_bind: "},
+                                                      {kShimSrtListen, "srt_listen: "}};
+    for (const auto &[call, said] : rows) {
+        ShimmedDaemon daemon({.primary = "srt://127.0.0.1:5001?mode=listener"},
+                             [&](CallShim &shim) { shim.fail_in[call] = 1; });
+        EXPECT_TRUE(daemon->waitForLine(said));
+        EXPECT_TRUE(daemon->waitForLine("srt listening"));
+    }
+}
+
 // A listener's address of the newer kind is refused.
 TEST(BadLuckAddress, CallerReachesTheNewerKind) {
     if (readFile("/proc/net/if_inet6").empty()) {

@@ -124,6 +124,15 @@ TEST_F(Decoder, EncryptedMessagesOfAnySizeGoOutAsTheyCame) {
     EXPECT_EQ(unit.received().foreign_bytes, 0U);
 }
 
+TEST_F(Decoder, StreamRateSpacesWhatGoesOut) {
+    SrtSender primary(5000);
+    Daemon daemon({.primary = primary.uri("&streamrate=1000000")});
+    ASSERT_TRUE(unitReceivesFrom(primary));
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_TRUE(waitUntil([&, from = unit.datagrams()] { return unit.datagrams() >= from + 200; }));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 2s) << "200 datagrams at 1 Mbit/s";
+}
+
 TEST(DecoderAlone, StreamGoesOnWithNobodyAtTheUnitsInput) {
     SrtSender primary(5000);
     Daemon daemon({.primary = primary.uri()});

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include <sched.h>
+#include <sys/inotify.h>
 
 #include "sim/daemon.h"
 #include "sim/route_driver.h"
@@ -43,7 +44,13 @@ TEST_F(Encoder, SaysWhatItDoesInOrderAndTakesTheRouteDownAtTheEnd) {
     SrtReceiver far_end(5000);
     Daemon daemon({.primary = far_end.uri(), .product = "WX-2ZZ"});
     ASSERT_TRUE(arrives(far_end));
+    const sim::FileDescriptor watch(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    const int input = inotify_add_watch(watch.get(), "/dev/rt_ingress4", IN_CLOSE_NOWRITE);
+    inotify_add_watch(watch.get(), "/dev/rt_cmd", IN_MODIFY);
     EXPECT_EQ(daemon.stop(kStopLimit), 0);
+    inotify_event first{};
+    EXPECT_GT(read(watch.get(), &first, sizeof first), 0);
+    EXPECT_EQ(first.wd, input) << "the route is taken down after its reader has gone";
     std::string said;
     std::istringstream lines(daemon.standardOutput());
     for (std::string line; std::getline(lines, line);) {
@@ -67,6 +74,8 @@ TEST_F(Encoder, BackupTakesOverAndEveryFailedOpeningIsLogged) {
     primary.breakOff();
     EXPECT_TRUE(arrives(backup));
     EXPECT_GE(daemon.countLines("srt_sendmsg: "), 1);
+    EXPECT_EQ(daemon.countLines("SRT EOS, Switching to next stream if avail."), 2);
+    EXPECT_TRUE(daemon.waitForLine(" : RTT[", 1, 20s));
     backup.vanish();  // noticed when libsrt has waited long enough for it
     // Both are gone: one line an attempt, alternating.
     ASSERT_TRUE(daemon.waitForLine(": SRT output failed: srt://127.0.0.1:5000", 2, 30s));
@@ -165,6 +174,13 @@ TEST_F(Encoder, FarEndThatReadsNothingHoldsUpNeitherStreamNorStop) {
     far_end.pause();
     EXPECT_EQ(daemon.stop(kStopLimit), 0);
     EXPECT_EQ(daemon.countLines("SRT output opened"), 2);
+}
+
+TEST(EncoderRoute, DriverThatTakesAPartEndsTheStart) {
+    std::filesystem::create_symlink("/dev/full", "/dev/rt_cmd");
+    Daemon daemon({.product = "WX-1"});
+    EXPECT_EQ(daemon.waitForEnd(), 1);
+    EXPECT_EQ(daemon.countLines("Write error"), 1) << "and no route-down";
 }
 
 TEST(EncoderRoute, MissingIngressTakesTheRouteDownAgain) {

@@ -37,6 +37,7 @@ TEST(Udp, DatagramArrivesWholeAndALoneSenderNoticesNothing) {
         EXPECT_EQ(output.write(unit.data(), unit.size()), kPayloadBytes);
         char buffer[2000];
         EXPECT_EQ(input.read(buffer, sizeof buffer), kPayloadBytes);
+        EXPECT_EQ(output.write(std::string(70'000, 'd').data(), 70'000), -1) << "too long for one";
         EXPECT_EQ(output.write(buffer, 0), 0);
         EXPECT_EQ(input.read(buffer, sizeof buffer), 0);
         EXPECT_EQ(input.read(buffer, sizeof buffer), -2);
@@ -114,7 +115,11 @@ TEST_F(FileInput, SilenceIsToldAfterASecondAndAnEndOrErrorAtOnce) {
     EXPECT_EQ(input.read(buffer, sizeof buffer), 1316);
     later.join();
     close(writer);
-    EXPECT_EQ(input.read(buffer, sizeof buffer), -2);  // no writer: end of file
+    const auto end = std::chrono::steady_clock::now();
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(input.read(buffer, sizeof buffer), -2);  // no writer: end of file
+    }
+    EXPECT_GE(std::chrono::steady_clock::now() - end, 100 * std::chrono::microseconds(400));
 
     file_input_t directory("/tmp");  // every read of it fails
     EXPECT_EQ(directory.read(buffer, sizeof buffer), -2);
