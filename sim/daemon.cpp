@@ -153,6 +153,15 @@ std::string Daemon::standardError() const {
     return readAll(err_file);
 }
 
+std::string Daemon::said() const {
+    std::string words;
+    std::istringstream lines(standardOutput());
+    for (std::string line; std::getline(lines, line);) {
+        words += line.substr(line.find(" : ") == 15 ? 18 : 0) + "|";
+    }
+    return words;
+}
+
 int Daemon::countLines(const std::string &text) const {
     return countIn(standardOutput(), text) + countIn(standardError(), text);
 }

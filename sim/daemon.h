@@ -61,6 +61,8 @@ public:
     [[nodiscard]] const std::filesystem::path &outputFile() const { return out_file; }
     [[nodiscard]] const std::filesystem::path &errorFile() const { return err_file; }
     // Whole lines, of both outputs together, that contain `text`.
+    // Its standard output's lines without the time of those that have one, a '|' behind each.
+    [[nodiscard]] std::string said() const;
     [[nodiscard]] int countLines(const std::string &text) const;
     // Waits until `times` such lines have come since the start.
     bool waitForLine(const std::string &text, int times = 1,

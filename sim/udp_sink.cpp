@@ -7,6 +7,7 @@
 
 #include "sim/clock.h"
 #include "sim/system_error.h"
+#include "sim/wait_until.h"
 
 namespace sim {
 namespace {
@@ -41,6 +42,11 @@ UdpSink::UdpSink(std::uint16_t port)
 UdpSink::~UdpSink() {
     stop = true;
     thread.join();
+}
+
+bool UdpSink::receivesFrom(std::uint32_t source) const {
+    const std::uint64_t enough = counters->sources[source].packets + 70;
+    return waitUntil([&] { return counters->sources[source].packets > enough; });
 }
 
 void UdpSink::run() {

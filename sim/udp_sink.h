@@ -27,6 +27,8 @@ public:
     // The source whose data came last; kNoSource before any.
     [[nodiscard]] std::uint32_t lastSource() const { return counters->last_source; }
     [[nodiscard]] std::uint64_t datagrams() const { return counters->messages; }
+    // Waits until some more packets of the source have come; false if they do not.
+    [[nodiscard]] bool receivesFrom(std::uint32_t source) const;
 
 private:
     void run();
