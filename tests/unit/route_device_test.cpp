@@ -52,6 +52,8 @@ TEST_F(RouteDeviceTest, RouteGoesUpAtTheStartAndDownAtTheEnd) {
 }
 
 TEST_F(RouteDeviceTest, LostRouteIsSentAgain) {
+    const int lowest = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    close(lowest);
     const RouteDevice route(3);
     const std::tuple<const char *, const char *, bool> rows[] = {
         {"route alone", "[0003] usr\n", false},
@@ -71,6 +73,8 @@ TEST_F(RouteDeviceTest, LostRouteIsSentAgain) {
     std::filesystem::remove("/dev/rt_stat");
     route.ensureRoute();
     EXPECT_EQ(commands(sent + 1).size(), sent + 1);
+    EXPECT_EQ(open("/dev/null", O_RDONLY | O_CLOEXEC), lowest)
+        << "a command leaves its device open";
 }
 
 TEST(RouteDeviceWithoutDriver, HalfACommandIsOnlyToldGoingDown) {

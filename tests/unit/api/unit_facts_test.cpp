@@ -28,16 +28,6 @@ TEST(AudioLevels, AreTheDriversLineBetweenBrackets) {
     EXPECT_EQ(audioLevels(), "[0" + others + "]");
 }
 
-TEST(AudioLevels, WordHoldsChannelAndLevelAndBitsThatSayNothing) {
-    const auto decoded = [](std::uint32_t word) {
-        const AudioLevel level = decodeLevelWord(word);
-        return std::pair(static_cast<int>(level.channel), static_cast<int>(level.level));
-    };
-    EXPECT_EQ(decoded(0xFFFFFFFF), std::pair(15, 0xFFFFF));
-    EXPECT_EQ(decoded(0x0F00000F), std::pair(0, 0));
-    EXPECT_EQ(decoded(0x80000010), std::pair(8, 1));
-}
-
 TEST(SerialNumber, EndsAtTheNextBlankOrTheEnd) {
     EXPECT_EQ(serialNumber("quiet serialnum=A-17 root=/dev/mmcblk0"), "A-17");
     EXPECT_EQ(serialNumber("serialnum=A 17"), "A");
