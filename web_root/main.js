@@ -366,6 +366,7 @@ function packetsChartConfig() {
 }
 
 function addRate(mbps) {
+    if (mbps === undefined) return;
     const now = new Date();
     const { labels, datasets: [{ data }] } = rateChart.data;
     labels.shift();
@@ -378,6 +379,12 @@ function addRate(mbps) {
 function drawBars(chart, values) {
     chart.data.datasets[0].data = values;
     chart.update();
+}
+
+// A counter that the reply lacks leaves its bar as it is.
+function drawPackets(counters) {
+    const bars = packetsChart.data.datasets[0].data;
+    drawBars(packetsChart, counters.map((count, i) => count ?? bars[i]));
 }
 
 // ---------------------------------------------------------------------------
@@ -462,8 +469,8 @@ function walkStats(stats) {
     const levels = parseLevels(stats.audio_levels);
     if (!levels) return false;
     drawBars(audioChart, levels);
-    addRate(Number.parseInt(link.bps, 10) / 1000000);
-    drawBars(packetsChart, [recv.packets, recv.packetsLost, recv.packetsDropped, recv.packetsRetransmitted]);
+    addRate(toMegabits(link.bps));
+    drawPackets([recv.packets, recv.packetsLost, recv.packetsDropped, recv.packetsRetransmitted]);
     return true;
 }
 
@@ -486,9 +493,14 @@ function showBuffers(recv) {
     writeUnlessZero(ui.bufferUsed, recv.byteRcvBuf || recv.byteSndBuf);
 }
 
+// Nothing if the reply lacks the rate.
+function toMegabits(bps) {
+    const mbps = Number.parseInt(bps, 10) / 1000000;
+    return Number.isNaN(mbps) ? undefined : mbps;
+}
+
 function showLink(link) {
-    const bps = Number.parseInt(link.bps, 10);
-    write(ui.bps, Number.isNaN(bps) ? undefined : bps / 1000000);
+    write(ui.bps, toMegabits(link.bps));
     write(ui.maxBandwidth, link.maxBandwidth);
     write(ui.bandwidth, link.bandwidth);
     write(ui.rtt, link.rtt);
