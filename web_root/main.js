@@ -421,6 +421,14 @@ function clearThumbnail() {
     ui.thumbnail.removeAttr("src");
 }
 
+// The image that the markup names may have failed before this script came.
+function armThumbnail() {
+    const [image] = ui.thumbnail.on("error", clearThumbnail);
+    if (image.complete && image.naturalWidth === 0) {
+        clearThumbnail();
+    }
+}
+
 // ---------------------------------------------------------------------------
 // Status grid, and the walk through a stats reply that fills the panels above
 
@@ -993,7 +1001,7 @@ function armControls() {
         row.encryption.on("change", () => encryptionChanged(row));
         row.eye.on("click", () => toggleKey(row));
     });
-    ui.thumbnail.on("error", clearThumbnail);
+    armThumbnail();
     ui.pingForm.on("submit", (event) => event.preventDefault());
     ui.sendPing.on("click", ping);
     ui.copyStats.on("click", () => copyText("Copy Stats", ui.status[0].innerText, ui.status));

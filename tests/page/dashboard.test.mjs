@@ -192,6 +192,14 @@ test("the thumbnail goes when it cannot be loaded or the reply cannot be read", 
     Object.assign(open.unit.replies, { "/api/caps": decoderCaps, "/api/thumb": raw("", { type: "image/gif" }) });
     await open.poll();
     await waitUntil(async () => await src() === null, "the empty image to go");
+
+    open.unit.replies["/api/caps"] = DROP;
+    await open.page.route("**/main.js", async (route) => {
+        await waitUntil(() => open.page.evaluate(() => document.getElementById("imgThumb")?.complete), "the first image to fail");
+        await route.continue();
+    });
+    await open.page.reload();
+    assert.equal(await src(), null, "no script was there to see it fail");
 });
 
 test("the log shows the newest line first and keeps still while nothing is new", async (t) => {
