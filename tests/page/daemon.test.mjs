@@ -22,12 +22,12 @@ test("a decoder's stream comes, fails over, is selected back and takes new setti
     const { unit, open, page, shows, toast } = await openUnit(t, "decoder");
     await shows("connectedTime", /^Connected \d+s/);
     await shows("srtBPS", /^[34]\.\d/);
-    assert.match(await open.line("currentActive"), /^Current: Primary \(Caller\) 127\.0\.0\.1 Port 5000 - Latency 120 - ENABLE: ON/);
+    assert.match((await open.read("#currentActive"))[0], /^Current: Primary \(Caller\) 127\.0\.0\.1 Port 5000 - Latency 120 - ENABLE: ON/);
     assert.deepEqual(await open.texts(["addonVer", "srtVersion", "prodModel", "statsIndex", "statsEncryptionType"]),
         { addonVer: "1.0.9", srtVersion: "1.4.4", prodModel: "WQ-1", statsIndex: "Primary", statsEncryptionType: "Not Encrypted" });
     await shows("srtEndpoint", /127\.0\.0\.1/);
     await shows("byteAvailRcvBuf", /^\d+\.\d+$/);
-    await waitUntil(async () => (await open.chart("audioBars")).data.every((level) => level > 0), "audio levels");
+    await waitUntil(async () => (await open.chart("audioBars")).every((level) => level > 0), "audio levels");
     await waitUntil(() => page.evaluate(pictureSize), "a picture");
     await shows("logOutput", /\n\w{3} +\d+ \d\d:\d\d:\d\d : WQ family detected\n/);
 

@@ -64,18 +64,16 @@ function watch(page, origin, consoleErrors) {
 
 class OpenPage {
     constructor(page, unit) {
-        this.page = page;
-        this.unit = unit;
+        Object.assign(this, { page, unit });
     }
 
     // Until every request has ended and its reply has been worked through.
-    async settle() {
-        await waitUntil(() => this.page.evaluate(() => window.jQuery?.active === 0).catch(() => false), "a settled page");
-    }
+    settle = () => waitUntil(() => this.page.evaluate(() => window.jQuery?.active === 0).catch(() => false), "a settled page");
 
-    async run(milliseconds) {
-        await this.page.clock.runFor(milliseconds);
-    }
+    run = (milliseconds) => this.page.clock.runFor(milliseconds);
+
+    // For what takes its time on the page's clock; a page that reloads itself cuts a run short.
+    runUntil = (step, condition, what, limitMs) => waitUntil(() => this.run(step).catch(() => {}).then(condition), what, limitMs);
 
     // Lets the next `times` passes of the stats loop run to their end.
     async poll(times = 1) {
@@ -87,61 +85,35 @@ class OpenPage {
         }
     }
 
-    text(id) {
-        return this.page.evaluate((name) => document.getElementById(name).textContent, id);
-    }
+    visible = (selector) => this.page.isVisible(selector);
 
-    async texts(ids) {
-        return Object.fromEntries(await Promise.all(ids.map(async (id) => [id, await this.text(id)])));
-    }
+    style = (selector, property) => this.page.$eval(selector, (element, name) =>
+        getComputedStyle(element).getPropertyValue(name), property);
 
-    // The line as a person reads it.
-    line(id) {
-        return this.page.evaluate((name) => document.getElementById(name).innerText.replace(/\s+/g, " ").trim(), id);
-    }
+    text = (id) => this.page.$eval(`#${id}`, (element) => element.textContent);
 
-    style(selector, property) {
-        return this.page.evaluate(([query, name]) =>
-            getComputedStyle(document.querySelector(query)).getPropertyValue(name), [selector, property]);
-    }
+    texts = async (ids) => Object.fromEntries(await Promise.all(ids.map(async (id) => [id, await this.text(id)])));
 
-    visible(selector) {
-        return this.page.isVisible(selector);
-    }
+    // Every text under `selector` as a person reads it, hidden ones too.
+    read = (selector) => this.page.$$eval(selector, (elements) =>
+        elements.map((element) => element.innerText.replace(/\s+/g, " ").trim()));
 
     // Fields by id; those that the row hides as well.
-    fields(ids) {
-        return this.page.evaluate((names) =>
-            Object.fromEntries(names.map((name) => [name, document.getElementById(name).value])), ids);
-    }
+    fields = async (ids) => Object.fromEntries(await Promise.all(ids.map(async (id) => [id, await this.page.inputValue(`#${id}`)])));
 
-    set(id, value) {
-        return this.page.evaluate(([name, text]) => window.jQuery(document.getElementById(name)).val(text).trigger("change"),
-            [id, value]);
-    }
+    set = (id, value) => this.page.$eval(`#${id}`, (field, text) => window.jQuery(field).val(text).trigger("change"), value);
 
-    chart(id) {
-        return this.page.evaluate((name) => {
-            const { data } = window.Chart.getChart(name);
-            return { labels: data.labels, data: data.datasets[0].data };
-        }, id);
-    }
+    // The values that a chart's first set holds.
+    chart = (id) => this.page.evaluate((name) => window.Chart.getChart(name).data.datasets[0].data, id);
 
     // Each toast as [title, markup of its text, status], newest first.
-    toasts() {
-        return this.page.evaluate(() => [...document.querySelectorAll(".sn-notify")].map((toast) => [
-            toast.querySelector(".sn-notify-title")?.textContent ?? "",
-            toast.querySelector(".sn-notify-text")?.innerHTML ?? "",
-            toast.classList.contains("sn-notify-error") ? "error" : "success",
-        ]));
-    }
+    toasts = () => this.page.$$eval(".sn-notify", (toasts) => toasts.map((toast) => [
+        toast.querySelector(".sn-notify-title")?.textContent ?? "", toast.querySelector(".sn-notify-text")?.innerHTML ?? "",
+        toast.classList.contains("sn-notify-error") ? "error" : "success"]));
 
     async nextToast(act) {
         const before = (await this.toasts()).length;
         await act();
-        return waitUntil(async () => {
-            const toasts = await this.toasts();
-            return toasts.length > before && toasts[0];
-        }, "a toast");
+        return waitUntil(async () => (await this.toasts()).at(-1 - before), "a toast");
     }
 }

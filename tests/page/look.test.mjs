@@ -4,7 +4,6 @@ import { test } from "node:test";
 import axe from "axe-core";
 import { failedRequest, openPage } from "./fixture.mjs";
 import { raw, uris } from "../../tools/page/scripted_unit.mjs";
-import { waitUntil } from "../../tools/page/wait_until.mjs";
 
 const longId = "news/".repeat(100);
 const longUri = `srt://${"long-".repeat(10)}name.example:50000?mode=listener&streamid=${longId}&latency=8000`
@@ -16,9 +15,9 @@ const longReplies = {
 
 // Boxes that lie over each other or beyond the window's edge.
 function misplaced() {
-    const boxes = [...document.querySelectorAll(".page-header a, .page-header div > span, #currentActive, .chart-box, .chart-box canvas,"
-        + " #pingInput, #sendPing, .help, .stream-heading > *, .selection-cell, .field, .form-buttons *, .section-heading > *, .status-cell,"
-        + " #logOutput, footer")].filter((box) => box.getClientRects().length > 0);
+    const boxes = [...document.querySelectorAll(".page-header a, .page-header div > span, #currentActive, .chart-box,"
+        + " .chart-box canvas, #pingInput, #sendPing, .help, .stream-heading > *, .selection-cell, .field, .form-buttons *,"
+        + " .section-heading > *, .status-cell, #logOutput, footer")].filter((box) => box.getClientRects().length > 0);
     const rects = boxes.map((box) => box.getBoundingClientRect());
     const name = (box) => box.id || `${box.className} ${box.textContent.trim().slice(0, 20)}`;
     const found = [];
@@ -40,10 +39,8 @@ test("from phone to wall nothing overlaps and nothing scrolls sideways", async (
         const open = await openPage(t, { replies });
         for (const width of [360, 575, 699, 700, 768, 1024, 1199, 1424, 1425, 1440, 1920, 2560]) {
             await open.page.setViewportSize({ width, height: 900 });
-            await waitUntil(async () => {
-                await open.run(20); // charts follow in the next frame
-                return (await open.page.evaluate(misplaced)).length === 0;
-            }, `room at ${width}`, 1000)
+            // Charts follow in the next frame.
+            await open.runUntil(20, async () => (await open.page.evaluate(misplaced)).length === 0, `room at ${width}`, 1000)
                 .catch(async () => assert.fail(`at ${width}: ${await open.page.evaluate(misplaced)}`));
         }
     }
@@ -79,10 +76,7 @@ async function flaws(open) {
         window.found = null;
         window.axe.run(document).then(({ violations }) => { window.found = violations; });
     });
-    const found = await waitUntil(async () => {
-        await open.run(1);
-        return open.page.evaluate(() => window.found);
-    }, "the checker", 20000);
+    const found = await open.runUntil(1, () => open.page.evaluate(() => window.found), "the checker");
     return found.flatMap(({ id, nodes }) => nodes.map(({ html, any }) => `${id}: ${html} ${any[0]?.message}`));
 }
 
@@ -123,7 +117,8 @@ test("every control is reached by Tab and shows that it has the focus", async (t
         assert.ok(visible, `${key} does not show its focus`);
         seen.add(key);
     }
-    for (const id of ["noUpdateAlert", "pingInput", "sendPing", "primaryEnable", "togglePassword", "setStream", "copyStats", "copyLogs", "logOutput"]) {
+    for (const id of ["noUpdateAlert", "pingInput", "sendPing", "primaryEnable", "togglePassword", "setStream", "copyStats", "copyLogs",
+        "logOutput"]) {
         assert.ok(seen.has(id), `${id} is not reached by Tab`);
     }
 });
@@ -134,16 +129,13 @@ test("a dialog holds the focus and gives it back", async (t) => {
     for (const [link, id] of [["[href='#restartModal']", "restartModal"], ["#noUpdateAlert", "updateModal"]]) {
         await open.page.focus(link);
         await open.page.keyboard.press("Enter");
-        await waitUntil(async () => { await open.run(10); return await inside() === id; }, `the focus to enter ${id}`);
+        await open.runUntil(10, async () => await inside() === id, `the focus to enter ${id}`);
         for (const key of [...Array(5).fill("Tab"), ...Array(5).fill("Shift+Tab")]) {
             await open.page.keyboard.press(key);
             assert.equal(await inside(), id);
         }
         await open.page.keyboard.press("Escape");
-        await waitUntil(async () => {
-            await open.run(10);
-            return open.page.evaluate((selector) => document.activeElement.matches(selector), link);
-        }, `the focus to return from ${id}`);
+        await open.runUntil(10, () => open.page.$eval(link, (element) => element === document.activeElement), `the focus back from ${id}`);
     }
 });
 
