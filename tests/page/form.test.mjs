@@ -22,20 +22,18 @@ test("an address loads into its fields", async (t) => {
     const open = await openPage(t, { replies: { "/api/cfg/get": raw("", { status: 500 }) }, consoleErrors: [failedRequest] });
     assert.equal((await open.fields(["primaryPort"])).primaryPort, "9000");
     for (const [name, uri, expected] of [
-        ["every key", "srt://h.example:5000?fc=25600&latency=200&mode=caller&passphrase=0123456789&pbkeylen=32&rcvbuf=8000000&streamid=a",
-            ["true", "caller", "h.example", "5000", "200", "a", "32", "0123456789", "8", "25600"]],
-        ["no buffer, no flight: these stay", "srt://h.example:5001?mode=caller",
-            ["true", "caller", "h.example", "5001", "", "", "0", "", "8", "25600"]],
+        ["every key", "srt://h:5000?fc=25600&latency=200&mode=caller&passphrase=0123456789&pbkeylen=32&rcvbuf=8000000&streamid=a",
+            "true|caller|h|5000|200|a|32|0123456789|8|25600"],
+        ["no buffer, no flight: these stay", "srt://h:5001?mode=caller", "true|caller|h|5001|||0||8|25600"],
         ["a listener's address, a fraction of a megabyte", "srt://10.0.0.1:5000?mode=listener&sndbuf=1500000",
-            ["true", "listener", "0.0.0.0", "5000", "", "", "0", "", "1.5", "25600"]],
-        ["no mode: the rule for the last one runs", "srt://10.0.0.1:80?passphrase=unused",
-            ["true", "listener", "0.0.0.0", "", "", "", "0", "", "1.5", "25600"]],
-        ["a bare address", "srt://", ["true", "listener", "0.0.0.0", "0", "", "", "0", "", "1.5", "25600"]],
-        ["a key length without a key", "srt://h:1?mode=caller&pbkeylen=16", ["true", "caller", "h", "1", "", "", "16", "", "1.5", "25600"]],
-        ["a key length that the list lacks", "srt://h:1?mode=caller&pbkeylen=24", ["true", "caller", "h", "1", "", "", "24", "", "1.5", "25600"]],
+            "true|listener|0.0.0.0|5000|||0||1.5|25600"],
+        ["no mode: the rule for the last one runs", "srt://10.0.0.1:80?passphrase=unused", "true|listener|0.0.0.0||||0||1.5|25600"],
+        ["a bare address", "srt://", "true|listener|0.0.0.0|0|||0||1.5|25600"],
+        ["a key length without a key", "srt://h:1?mode=caller&pbkeylen=16", "true|caller|h|1|||16||1.5|25600"],
+        ["a key length that the list lacks", "srt://h:1?mode=caller&pbkeylen=24", "true|caller|h|1|||24||1.5|25600"],
     ]) {
         await load(open, uris(uri, "srt://", [true, false]));
-        assert.deepEqual(Object.values(await open.fields(fieldIds)), expected, name);
+        assert.equal(Object.values(await open.fields(fieldIds)).join("|"), expected, name);
         assert.deepEqual(await changedLook(open), [false, false], name);
         await open.page.press("#primaryAddress", "Shift");
         assert.deepEqual(await changedLook(open), [false, false], `${name}, a key pressed`);
@@ -47,9 +45,10 @@ test("Apply builds both addresses, each in its own order", async (t) => {
     const all = "fc=9&latency=120&mode=listener&passphrase=0123456789&pbkeylen=16&rcvbuf=2300000&streamid=s&x=1";
     await load(open, uris(`srt://h:1?${all}`, `srt://h:2?${all}`, [true, false]));
     await applyAndSettle(open);
+    const listener = (port) => `srt://0.0.0.0:${port}?mode=listener&streamid=s&latency=120`;
     assert.deepEqual(setUris(open), [
-        { idx: 0, enable: true, uri: "srt://0.0.0.0:1?mode=listener&streamid=s&latency=120&fc=9&sndbuf=2300000&pbkeylen=16&passphrase=0123456789" },
-        { idx: 1, enable: false, uri: "srt://0.0.0.0:2?mode=listener&streamid=s&latency=120&pbkeylen=16&passphrase=0123456789&fc=9&sndbuf=2300000" },
+        { idx: 0, enable: true, uri: `${listener(1)}&fc=9&sndbuf=2300000&pbkeylen=16&passphrase=0123456789` },
+        { idx: 1, enable: false, uri: `${listener(2)}&pbkeylen=16&passphrase=0123456789&fc=9&sndbuf=2300000` },
     ]);
 });
 
@@ -71,32 +70,37 @@ test("what is typed goes into the address as typed", async (t) => {
     }
 });
 
-test("hidden fields follow mode, encryption and platform", async (t) => {
-    const open = await openPage(t, { replies: { "/api/cfg/get": uris("srt://h:1?mode=caller") } });
-    const seen = async () => Promise.all(["#fcBufContainer", "#primaryEncryptionKeyContainer", "#togglePassword"]
-        .map((selector) => open.visible(selector)));
-    assert.deepEqual(await seen(), [false, false, false]);
-    await open.page.selectOption("#primaryMode", "listener");
-    await open.page.selectOption("#primaryEncryption", "16");
-    assert.deepEqual(await seen(), [true, true, true]);
-    const eye = async () => [await open.page.getAttribute("#primaryEncryptionKey", "type"),
-        (await open.style("#togglePassword", "background-image")).match(/visibility\w*/)[0]];
-    assert.deepEqual(await eye(), ["password", "visibility"]);
-    await open.page.click("#togglePassword");
-    assert.deepEqual(await eye(), ["text", "visibility_off"]);
+test("hidden fields follow mode, encryption and platform, each row its own", async (t) => {
+    const open = await openPage(t, { replies: { "/api/cfg/get": uris("srt://h:1?mode=caller", "srt://h:2?mode=caller") } });
+    for (const [row, flight, eye] of [["primary", "#fcBufContainer", "#togglePassword"],
+        ["backup", "#fcBufContainerBackup", "#backupTogglePassword"]]) {
+        const key = `#${row}EncryptionKey`;
+        const seen = async () => Promise.all([flight, `${key}Container`, eye].map(open.visible));
+        const look = async () => [await open.page.getAttribute(key, "type"),
+            (await open.style(eye, "background-image")).match(/visibility\w*/)[0]];
+        assert.deepEqual(await seen(), [false, false, false], row);
+        await open.page.selectOption(`#${row}Mode`, "listener");
+        await open.page.selectOption(`#${row}Encryption`, "16");
+        assert.deepEqual(await seen(), [true, true, true], row);
+        for (const expected of [["password", "visibility"], ["text", "visibility_off"], ["password", "visibility"]]) {
+            assert.deepEqual(await look(), expected, row);
+            await open.page.click(eye);
+        }
+    }
 
     const other = await openPage(t, { replies: { "/api/caps": { ...decoderCaps, platform: "other" } } });
     await applyAndSettle(other);
     assert.doesNotMatch(setUris(other)[0].uri, /pbkeylen/);
-    assert.equal(await other.visible("#primaryEncryptionContainer"), false);
+    const boxes = ["#primaryEncryptionContainer", "#backupEncryptionContainer"];
+    assert.deepEqual(await Promise.all(boxes.map(other.visible)), [false, false]);
     assert.equal(await other.text("ip1"), "ETH0 IP:");
 });
 
 test("changes light Apply up, Clear takes them back, and Enter does nothing", async (t) => {
     const open = await openPage(t, { replies: { "/api/cfg/get": uris("srt://h:1?mode=caller&pbkeylen=16&passphrase=0123456789") } });
     const loaded = await open.fields(fieldIds);
-    await open.page.fill("#primaryLatency", "300");
-    await open.page.press("#primaryLatency", "End");
+    const type = (text) => open.page.fill("#primaryLatency", text).then(() => open.page.press("#primaryLatency", "End"));
+    await type("300");
     await open.page.selectOption("#primaryMode", "listener");
     await open.page.selectOption("#primaryEncryption", "0");
     assert.deepEqual(await changedLook(open), [true, true]);
@@ -104,10 +108,8 @@ test("changes light Apply up, Clear takes them back, and Enter does nothing", as
     assert.deepEqual(await open.fields(fieldIds), loaded);
     assert.deepEqual(await changedLook(open), [false, false]);
     assert.equal(await open.visible("#primaryEncryptionKeyContainer"), true);
-    await open.page.fill("#primaryLatency", "300");
-    await open.page.press("#primaryLatency", "End");
-    await open.page.fill("#primaryLatency", "");
-    await open.page.press("#primaryLatency", "End");
+    await type("300");
+    await type("");
     assert.deepEqual(await changedLook(open), [false, false], "typed back by hand");
     await open.page.evaluate(() => { window.alive = true; });
     for (const id of ["primaryAddress", "backupPort", "primaryEncryptionKey"]) await open.page.press(`#${id}`, "Enter");
@@ -132,8 +134,7 @@ test("Apply counts as unchanged before any reply, and only the reply's status ma
     }
 });
 
-const historyOf = (open, row) => open.page.evaluate((name) =>
-    [...document.querySelectorAll(`#${name}StreamHistoryContainer option`)].map((option) => option.text), row);
+const historyOf = (open, row) => open.page.$$eval(`#${row}StreamHistoryContainer option`, (options) => options.map(({ text }) => text));
 const stored = (open, row) => open.page.evaluate((name) => JSON.parse(localStorage.getItem(`${name}StreamHistory`)), row);
 
 test("history appends what is new, shows ten and may store eleven", async (t) => {
@@ -155,9 +156,13 @@ test("a choice posts one record with the row's Enable, by mouse or by keyboard",
     const open = await openPage(t, { storage: { backupStreamHistory: JSON.stringify(entries) } });
     const select = "#backupStreamHistoryContainer select";
     await open.set("backupEnable", "false");
-    await open.page.selectOption(select, entries[1]);
+    open.unit.replies["/api/cfg/get"] = uris("srt://", entries[1]);
+    assert.deepEqual(await open.nextToast(() => open.page.selectOption(select, entries[1])),
+        ["Set Stream", `Succeeded!<br>Backup: ${entries[1]}`, "success"]);
     await open.settle();
     assert.deepEqual(open.unit.posts("/api/cfg/set"), [{ uris: [{ idx: 1, enable: false, uri: entries[1] }] }]);
+    assert.deepEqual(await open.fields(["backupEnable", "backupAddress"]), { backupEnable: "true", backupAddress: "two" }, "loaded again");
+    assert.deepEqual(await changedLook(open), [false, false]);
     assert.equal(await open.page.inputValue(select), "");
 
     await open.page.focus(select);
@@ -178,6 +183,6 @@ test("addresses become text in toast and history, never markup", async (t) => {
     assert.deepEqual(await historyOf(open, "primary"), ["History", evil, "7", "null"]);
     await open.page.fill("#primaryID", "<img src=x onerror=alert(1)>");
     const [title, markup] = await open.nextToast(() => open.page.click("#setStream"));
-    assert.deepEqual([title, markup], ["Set Stream", "Succeeded!<br>Primary: srt://h:1?mode=caller&amp;streamid=&lt;img src=x onerror=alert(1)&gt;"
-        + "<br>Backup: srt://b:2?mode=caller"]);
+    assert.deepEqual([title, markup], ["Set Stream", "Succeeded!<br>Primary: srt://h:1?mode=caller"
+        + "&amp;streamid=&lt;img src=x onerror=alert(1)&gt;<br>Backup: srt://b:2?mode=caller"]);
 });
