@@ -1,5 +1,6 @@
 // Reboot, restart, update, recovery, ping, Restart IP, copying.
 import assert from "node:assert/strict";
+import { readFileSync } from "node:fs";
 import { test } from "node:test";
 import { failedRequest, openPage } from "./fixture.mjs";
 import { DROP, HANG, decoderCaps, liveStats, raw } from "../../tools/page/scripted_unit.mjs";
@@ -16,13 +17,10 @@ async function openDialog(open, name) {
 
 // Dialogs open and close in steps of a few milliseconds of the page's clock.
 async function shows(open, name, shown) {
-    await waitUntil(async () => {
-        await open.run(10);
-        return open.page.evaluate(([id, wanted]) => {
-            const dialog = window.bootstrap.Modal.getInstance(document.getElementById(id));
-            return dialog?._isShown === wanted && !dialog._isTransitioning;
-        }, [`${name}Modal`, shown]);
-    }, `${name}Modal to ${shown ? "open" : "close"}`);
+    await open.runUntil(10, () => open.page.$eval(`#${name}Modal`, (box, wanted) => {
+        const dialog = window.bootstrap.Modal.getInstance(box);
+        return dialog?._isShown === wanted && !dialog._isTransitioning;
+    }, shown), `${name}Modal to ${shown ? "open" : "close"}`);
 }
 
 async function confirm(open, name) {
@@ -31,7 +29,6 @@ async function confirm(open, name) {
 }
 
 const faces = async (open, name) => [await open.visible(`#${name}ModalText`), await open.visible(`#${name}ModalLoadingText`)];
-const cookie = async (open) => (await open.page.context().cookies()).find(({ name }) => name === "triggeredRefreshResult")?.value;
 
 // A word that the page loses with a reload.
 const mark = (open) => open.page.evaluate(() => { window.marked = true; });
@@ -39,10 +36,7 @@ const reloaded = (open) => open.page.evaluate(() => window.marked !== true).catc
 
 // Moves the page's clock until it has reloaded itself.
 async function runUntilReload(open) {
-    await waitUntil(async () => {
-        await open.run(500).catch(() => {});
-        return reloaded(open);
-    }, "the page to reload");
+    await open.runUntil(500, () => reloaded(open), "the page to reload");
     await open.page.waitForLoadState();
     await open.settle();
 }
@@ -73,7 +67,6 @@ test("reboot, restart and update wait, poll, reload and tell it once", async (t)
         assert.deepEqual(await open.toasts(), [[action, "Succeeded", "success"]], name);
         await open.run(9000);
         assert.equal((await open.toasts()).filter(([title]) => title === action).length, 1, "ten seconds long");
-        assert.equal(await cookie(open), "");
         await open.page.reload();
         await open.settle();
         assert.deepEqual(await open.toasts(), [], "shown once");
@@ -86,20 +79,21 @@ test("recovery gives up after ninety seconds and says two minutes", async (t) =>
     await open.settle();
     open.unit.replies["/api/stats"] = down;
     const timeout = () => open.toasts().then((toasts) => toasts.find(([title]) => title === "Restart"));
-    for (let passed = 0; passed < 93000; passed += 3000) {
-        assert.equal(await timeout(), undefined, `after ${passed} ms`);
+    // Five seconds before the first attempt, at most four from the limit to the last one's end.
+    for (let passed = 0; passed < 99000; passed += 3000) {
+        if (passed < 95000) assert.equal(await timeout(), undefined, `after ${passed} ms`);
         await open.run(3000);
         await open.settle();
     }
-    await waitUntil(async () => { await open.run(1000); return timeout(); }, "the time-out toast");
     assert.deepEqual(await timeout(), ["Restart",
         "Timeout failure: Tidewell failed to recover fromrestart after 2 minutes.", "error"]);
     await shows(open, "restart", false);
 });
 
-test("a refused reboot or restart closes its dialog and says so", async (t) => {
+test("a refused reboot or restart closes its dialog, says so and waits for nothing", async (t) => {
     const open = await openPage(t, { consoleErrors: [failedRequest],
         replies: { "/api/reboot/set": down, "/api/restart/set": DROP } });
+    await mark(open);
     for (const [name, title] of [["reboot", "Reboot"], ["restart", "Restart"]]) {
         assert.deepEqual(await open.nextToast(() => confirm(open, name)), [title, "Failed: Please try again", "error"]);
         await shows(open, name, false);
@@ -109,6 +103,9 @@ test("a refused reboot or restart closes its dialog and says so", async (t) => {
         await open.page.keyboard.press("Escape");
         await shows(open, name, false);
     }
+    await open.run(11000);
+    await open.settle();
+    assert.equal(await reloaded(open), false);
 });
 
 test("the cookie's text is text", async (t) => {
@@ -147,11 +144,37 @@ test("a firmware check offers the last newer file, and only a newer one", async 
     }
 });
 
-test("the update's toast comes before any reply", async (t) => {
-    const open = await openPage(t, { replies: { ...newFirmware, "/api/firmware/set": HANG } });
-    await openDialog(open, "update");
-    assert.deepEqual(await open.nextToast(() => open.page.click("#updateConfirmButton")),
-        ["Update", "Starting system update", "success"]);
+test("the update's toast and the reload ask for no good reply", async (t) => {
+    const open = await openPage(t, { replies: newFirmware, consoleErrors: [failedRequest] });
+    for (const reply of [HANG, down]) {
+        open.unit.replies["/api/firmware/set"] = reply;
+        await mark(open);
+        await openDialog(open, "update");
+        assert.deepEqual(await open.nextToast(() => open.page.click("#updateConfirmButton")),
+            ["Update", "Starting system update", "success"]);
+        await runUntilReload(open);
+        assert.deepEqual(await open.toasts(), [["Update", "Succeeded", "success"]]);
+    }
+});
+
+test("dialogs and tooltips have their words, and the firmware's server its name", async (t) => {
+    const open = await openPage(t);
+    const settings = readFileSync(new URL("../../api/CMakeLists.txt", import.meta.url), "utf8");
+    const { hostname } = new URL(settings.match(/TIDEWELL_FIRMWARE_URL "(.+?)"/)[1]);
+    assert.deepEqual(await open.page.$$eval("[title]", (all) => all.map(({ title }) => title)), [
+        "Click here to restart the Tidewell Process",
+        "Check the Tidewell web repository for updates. This may be blocked by your firewall in some cases. If it doesn't work,"
+            + ` try whitelisting ${hostname}`,
+        "Click here to reboot Zolva device", "Click here to copy the Tidewell Stats", "Click here to copy the Tidewell Logs",
+    ]);
+    assert.deepEqual(await open.page.$$eval(".modal", (boxes) => boxes.map((box) =>
+        [...box.querySelectorAll(".modal-title, p, .modal-footer button")].map(({ textContent }) => textContent.trim()))), [
+        ["Reboot Zolva Device", "Confirm Zolva device reboot. The Zolva device will be unresponsive for about 45 seconds during this"
+            + " process.", "Rebooting... This will be complete in about 45 seconds.", "Cancel", "Confirm"],
+        ["Restart Tidewell Process", 'Select "Confirm" to restart Tidewell Process or "Cancel" to return.'
+            + " The restart process will take between 5-60 seconds.", "Reacqiuring...", "Cancel", "Confirm"],
+        ["Update to", "The system will be unresponsive briefly while the update takes place.", "Updating...", "Cancel", "Confirm"],
+    ]);
 });
 
 test("ping and Restart IP tell how it went", async (t) => {
@@ -176,7 +199,9 @@ test("ping and Restart IP tell how it went", async (t) => {
 
 test("copying goes through the browser's copy command", async (t) => {
     const open = await openPage(t, { replies: { "/proxy.log": raw("one\ntwo") }, consoleErrors: [/^Unable to copy to clipboard$/] });
-    await open.page.evaluate(() => document.addEventListener("copy", () => { window.copied = String(document.getSelection()) || document.activeElement.value; }));
+    await open.page.evaluate(() => document.addEventListener("copy", () => {
+        window.copied = String(document.getSelection()) || document.activeElement.value;
+    }));
     assert.deepEqual(await open.nextToast(() => open.page.click("#copyLogs")), ["Copy Logs", "Succeeded", "success"]);
     assert.equal(await open.page.evaluate(() => window.copied), "two\none");
     assert.deepEqual(await open.nextToast(() => open.page.click("#copyStats")), ["Copy Stats", "Succeeded", "success"]);
