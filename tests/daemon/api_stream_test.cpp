@@ -1,7 +1,6 @@
 // What the API does to a stream that runs, and what clients cannot do to it.
 #include <gtest/gtest.h>
 
-
 #include <sys/resource.h>
 
 #include "sim/srt_sender.h"

@@ -125,15 +125,6 @@ TEST_F(Decoder, StreamRateSpacesWhatGoesOut) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, 2s) << "200 datagrams at 1 Mbit/s";
 }
 
-TEST(DecoderAlone, StreamGoesOnWithNobodyAtTheUnitsInput) {
-    SrtSender primary(5000);
-    Daemon daemon({.primary = primary.uri()});
-    ASSERT_TRUE(waitUntil([&] { return primary.sentMessages() > 300; }));
-    UdpSink unit;
-    EXPECT_TRUE(waitUntil([&] { return unit.datagrams() > 100; }));
-    EXPECT_EQ(daemon.countLines("SRT input opened"), 2);
-}
-
 // The 32-bit clock of the pacing wraps while the stream runs.
 TEST_F(Decoder, WrapOfTheClockDoesNotStopAPacedStream) {
     SrtSender primary(5000);

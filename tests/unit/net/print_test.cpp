@@ -43,14 +43,4 @@ TEST(Match, TakesWholeTextsOnly) {
     }
 }
 
-TEST(Url, IsTakenApart) {
-    for (const char *url : {"http://127.0.0.1:8080/a?c=d", "http://127.0.0.1/a?c=d",
-                            "http://u:p@127.0.0.1:9/a?c=d", "127.0.0.1:80/a?c=d"}) {
-        EXPECT_EQ(net::view(mg_url_host(url)), "127.0.0.1") << url;
-        EXPECT_STREQ(mg_url_uri(url), "/a?c=d") << url;
-    }
-    EXPECT_EQ(net::view(mg_url_host("http://[::1]:80")), "[::1]");
-    EXPECT_STREQ(mg_url_uri("http://[::1]:80"), "/");
-}
-
 }  // namespace
