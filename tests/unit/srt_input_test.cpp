@@ -131,7 +131,9 @@ TEST_F(SrtInputTest, ListenersFailedReceiveIsAnErrorAndASilentClientIsNot) {
     srt_input input(enabledUri(kListener + "&latency=20"));
     RawSrt client;
     ASSERT_TRUE(client.connect(5000));
-    EXPECT_EQ(input.read(buffer, sizeof buffer), -2);
+    std::string line;
+    ASSERT_TRUE(sim::waitUntil(
+        [&] { return input.read(buffer, sizeof buffer) == -2 && input.status_line(&line) == 1; }));
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(input.read(buffer, sizeof buffer), -2);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(900));

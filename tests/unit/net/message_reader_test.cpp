@@ -40,7 +40,7 @@ std::string manyFields(size_t count) {
 TEST(MessageReader, GivesTheSameVerdictHoweverTheBytesCome) {
     const std::string chunked = "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n";
     const std::string length = "Content-Length: ";
-    using enum Result;
+    using enum net::MessageReader::Result;
     const struct {
         const char *name;
         std::string bytes;
