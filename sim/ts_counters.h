@@ -10,6 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "sim/clock.h"
+
 namespace sim {
 
 // One message holds seven packets of 188 bytes.
@@ -58,6 +60,8 @@ struct TsCounters {
     [[nodiscard]] std::uint64_t messagesOf(std::size_t size) const {
         return message_sizes.at(size).load();
     }
+    // Nothing has come for a third of a second.
+    [[nodiscard]] bool areSilent() const { return monotonicNs() > last_arrival_ns + 333'000'000; }
 };
 
 }  // namespace sim

@@ -132,10 +132,10 @@ TEST(BadLuckListener, FailedOpeningSaysAtWhichStep) {
     const std::pair<ShimCall, const char *> rows[] = {{kShimSrtCreateSocket, "srt_socket: "},
                                                       {kShimSrtBind, "srt_bind: "},
                                                       {kShimSrtListen, "srt_listen: "}};
-    for (const auto &[call, said] : rows) {
+    for (const auto &row : rows) {
         ShimmedDaemon daemon({.primary = "srt://127.0.0.1:5001?mode=listener"},
-                             [&](CallShim &shim) { shim.fail_in[call] = 1; });
-        EXPECT_TRUE(daemon->waitForLine(said));
+                             [&](CallShim &shim) { shim.fail_in[row.first] = 1; });
+        EXPECT_TRUE(daemon->waitForLine(row.second));
         EXPECT_TRUE(daemon->waitForLine("srt listening"));
     }
 }

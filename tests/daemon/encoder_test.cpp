@@ -151,6 +151,7 @@ TEST_F(Encoder, SilentEndingAndReturningDeviceHoldsUpNeitherStreamNorStop) {
     ingress.resume();
     ASSERT_TRUE(arrives(far_end));
     ingress.pause();
+    ASSERT_TRUE(waitUntil([&] { return far_end.received().areSilent(); }));
     EXPECT_EQ(daemon.stop(kStopLimit), 0);
     EXPECT_EQ(daemon.countLines("General error"), 0);
     EXPECT_EQ(daemon.countLines("SRT output opened"), 2);
