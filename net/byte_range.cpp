@@ -53,7 +53,7 @@ ByteRange parseByteRange(std::string_view header, std::uint64_t file_size) {
     }
     const std::uint64_t from = first.value_or(0);
     const std::uint64_t to = last.value_or(file_size - 1);
-    if (from > to || from >= file_size || to >= file_size) {
+    if (from > to || to >= file_size) {
         return {ByteRange::Kind::Unsatisfiable};
     }
     return {ByteRange::Kind::Part, from, to};
