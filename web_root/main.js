@@ -699,7 +699,7 @@ const queryParts = {
     },
 };
 
-// 15 digits: 2.3 megabytes are 2300000 bytes and not 2299999.9999999995.
+// 15 digits: 8.2 megabytes are 8200000 bytes and not 8199999.999999999.
 function toBytes(megabytes) {
     return megabytes === "" ? "" : String(Number((megabytes * 1000000).toPrecision(15)));
 }

@@ -42,13 +42,13 @@ test("an address loads into its fields", async (t) => {
 
 test("Apply builds both addresses, each in its own order", async (t) => {
     const open = await openPage(t, { replies: { "/api/caps": encoderCaps } });
-    const all = "fc=9&latency=120&mode=listener&passphrase=0123456789&pbkeylen=16&rcvbuf=2300000&streamid=s&x=1";
+    const all = "fc=9&latency=120&mode=listener&passphrase=0123456789&pbkeylen=16&rcvbuf=8200000&streamid=s&x=1";
     await load(open, uris(`srt://h:1?${all}`, `srt://h:2?${all}`, [true, false]));
     await applyAndSettle(open);
     const listener = (port) => `srt://0.0.0.0:${port}?mode=listener&streamid=s&latency=120`;
     assert.deepEqual(setUris(open), [
-        { idx: 0, enable: true, uri: `${listener(1)}&fc=9&sndbuf=2300000&pbkeylen=16&passphrase=0123456789` },
-        { idx: 1, enable: false, uri: `${listener(2)}&pbkeylen=16&passphrase=0123456789&fc=9&sndbuf=2300000` },
+        { idx: 0, enable: true, uri: `${listener(1)}&fc=9&sndbuf=8200000&pbkeylen=16&passphrase=0123456789` },
+        { idx: 1, enable: false, uri: `${listener(2)}&pbkeylen=16&passphrase=0123456789&fc=9&sndbuf=8200000` },
     ]);
 });
 
