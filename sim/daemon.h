@@ -60,9 +60,9 @@ public:
     [[nodiscard]] std::string standardError() const;
     [[nodiscard]] const std::filesystem::path &outputFile() const { return out_file; }
     [[nodiscard]] const std::filesystem::path &errorFile() const { return err_file; }
-    // Whole lines, of both outputs together, that contain `text`.
     // Its standard output's lines without the time of those that have one, a '|' behind each.
     [[nodiscard]] std::string said() const;
+    // Whole lines, of both outputs together, that contain `text`.
     [[nodiscard]] int countLines(const std::string &text) const;
     // Waits until `times` such lines have come since the start.
     bool waitForLine(const std::string &text, int times = 1,
