@@ -17,8 +17,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::uint64_t kSteadyNs = 300'000'000;  // as much stream on end counts as "back"
-// By chance libsrt still holds the buffers of one or two ended connections beside the open one's.
-constexpr long kLeewayKb = 2048;
+constexpr long kLeewayKb = 1024;
 
 std::string seconds(std::chrono::milliseconds time) {
     return std::to_string(static_cast<double>(time.count()) / 1000).substr(0, 5) + " s";

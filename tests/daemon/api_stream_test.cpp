@@ -1,6 +1,10 @@
 // What the API does to a stream that runs, and what clients cannot do to it.
 #include <gtest/gtest.h>
 
+#include <csignal>
+#include <random>
+#include <thread>
+
 #include <sys/resource.h>
 
 #include "sim/srt_sender.h"
@@ -114,6 +118,32 @@ TEST_F(ApiBesideStream, CrowdOfClientsHurtsNeitherTheStreamNorTheNextClient) {
     crowd.clear();
     EXPECT_TRUE(waitUntil([&] { return daemon.descriptors() < 40; })) << daemon.descriptors();
     EXPECT_EQ(daemon.stop(5s), 0);
+}
+
+// Killed at any moment of a save, the next life reads one of the two documents.
+TEST(ApiSaving, KillInTheMiddleLeavesTheOldOrTheNewDocument) {
+    const std::string brief = sim::configDocument("srt://brief.invalid:1", "");
+    const std::string lengthy =
+        sim::configDocument("srt://lengthy.invalid:1", "srt://second:2") + std::string(3000, ' ');
+    std::minstd_rand dice(11);
+    for (int life = 0; life < 12; ++life) {
+        ApiDaemon daemon({.config = brief});
+        std::thread killer([&, delay = std::chrono::microseconds(dice() % 30000)] {
+            std::this_thread::sleep_for(delay);
+            daemon.signal(SIGKILL);
+        });
+        try {
+            for (;;) {
+                ask("/api/cfg/set", lengthy);
+                ask("/api/cfg/set", brief);
+            }
+        } catch (const std::runtime_error &) {
+            killer.join();
+        }
+        daemon.waitForEnd();
+        const std::string saved = readFile("/etc/sysconfig/proxy.cfg");
+        EXPECT_TRUE(saved.starts_with(brief) || saved.starts_with(lengthy)) << saved;
+    }
 }
 
 // A change that comes while nothing is open costs one opening more, and one line.

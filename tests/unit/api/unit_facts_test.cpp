@@ -55,9 +55,8 @@ TEST(EchoRequest, CarriesItsIdentifierAndAChecksumThatMakesTheSumAllOnes) {
         ASSERT_EQ(sum, 0xFFFFU) << identifier;
         EXPECT_EQ(packet[4] * 256 + packet[5], identifier);
         EXPECT_EQ(std::string(packet.begin(), packet.begin() + 2), std::string("\x08\0", 2));
-        EXPECT_EQ(std::string(packet.begin() + 6, packet.begin() + 12), std::string("\0\0"
-                                                                                    "0123",
-                                                                                    6));
+        EXPECT_EQ(std::string(packet.begin() + 8, packet.begin() + 12), "0123");
+        EXPECT_EQ(packet[6] + packet[7], 0);
         EXPECT_EQ(packet[62], 0x30 + 54);
         EXPECT_EQ(packet[63], 0);
     }
