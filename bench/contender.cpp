@@ -97,6 +97,16 @@ double Contender::cpuSeconds() const {
     return static_cast<double>(spent.tv_sec) + static_cast<double>(spent.tv_nsec) / 1e9;
 }
 
+double Contender::pumpSeconds() const {
+    const std::string id = std::to_string(pid());
+    std::ifstream file("/proc/" + id + "/task/" + id + "/schedstat");
+    double nanoseconds = 0;
+    if (!(file >> nanoseconds)) {
+        fail("the program has ended");
+    }
+    return nanoseconds / 1e9;
+}
+
 double Contender::residentMib() const {
     std::ifstream status("/proc/" + std::to_string(pid()) + "/status");
     for (std::string word; status >> word;) {

@@ -34,6 +34,8 @@ public:
 
     // Of all its threads, user and system, to the nanosecond.
     [[nodiscard]] double cpuSeconds() const;
+    // Of the thread that moves the data, which is the first one.
+    [[nodiscard]] double pumpSeconds() const;
     [[nodiscard]] double residentMib() const;
     [[nodiscard]] pid_t pid() const { return process.pid(); }
 

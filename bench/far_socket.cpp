@@ -5,7 +5,7 @@
 #include <string>
 #include <thread>
 
-#include <arpa/inet.h>
+#include "sim/loopback.h"
 
 namespace bench {
 namespace {
@@ -13,14 +13,6 @@ namespace {
 constexpr int kCallLimitMs = 1000;
 constexpr int kReceiveLimitMs = 100;  // until a receiver looks at its stop word
 constexpr auto kAcceptPause = std::chrono::milliseconds(1);
-
-sockaddr_in loopback(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<in_port_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
 
 SRTSOCKET createSocket(int latency_ms) {
     const SRTSOCKET sock = srt_create_socket();
@@ -65,7 +57,7 @@ void FarSocket::closePeer() {
 
 void FarSocket::listen() {
     const int no = 0;
-    const sockaddr_in address = loopback(port);
+    const sockaddr_in address = sim::loopback(static_cast<in_port_t>(port));
     listener = createSocket(latency_ms);
     srt_setsockflag(listener, SRTO_RCVSYN, &no, sizeof no);
     if (srt_bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
@@ -76,7 +68,7 @@ void FarSocket::listen() {
 }
 
 bool FarSocket::tryCall() {
-    const sockaddr_in address = loopback(port);
+    const sockaddr_in address = sim::loopback(static_cast<in_port_t>(port));
     peer = createSocket(latency_ms);
     if (srt_connect(peer, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) {
         return true;

@@ -1,16 +1,21 @@
 // Measures the daemon against the bare loop in a sandbox of its own and writes what came
 // out into a directory: tables.md, decoder.dat and encoder.dat for the charts.
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <numeric>
 #include <set>
 #include <string>
+#include <vector>
 
 #include <srt/srt.h>
 
+#include "bench/api_run.h"
 #include "bench/comparison.h"
 #include "bench/idle_run.h"
 #include "bench/machine.h"
@@ -22,7 +27,9 @@ namespace {
 namespace fs = std::filesystem;
 using bench::Program;
 
-const std::set<std::string> kChapters = {"decoder", "encoder", "idle", "single"};
+const std::set<std::string> kChapters = {"decoder", "encoder", "api", "idle", "single"};
+constexpr std::size_t kApiClients = 8;
+constexpr std::uint64_t kApiRate = 50;  // Mbit/s
 constexpr double kIdleSeconds = 10;
 constexpr int kWakes = 20;
 constexpr int kStarts = 5;
@@ -52,6 +59,48 @@ void compareFamily(const Settings &settings, bool encoder, std::ostream &out) {
     bench::writeTable(out, comparisons);
     std::ofstream chart(settings.output / (std::string(family) + ".dat"));
     bench::writeChartData(chart, comparisons);
+}
+
+void writeApiRow(std::size_t clients, const std::vector<bench::ApiResult> &rounds,
+                 std::ostream &out) {
+    const auto middle = [&](const auto &figure) {
+        std::vector<double> values;
+        std::transform(rounds.begin(), rounds.end(), std::back_inserter(values), figure);
+        return bench::median(std::move(values));
+    };
+    using Result = bench::ApiResult;
+    const double lost =
+        std::accumulate(rounds.begin(), rounds.end(), 0.0, [](double sum, const Result &round) {
+            return sum + static_cast<double>(round.stream.lost);
+        });
+    out << "| " << clients << " | "
+        << std::lround(middle([](const Result &r) { return r.replies_per_s; })) << " | "
+        << middle([](const Result &r) { return r.median_ms; }) << " | "
+        << middle([](const Result &r) { return r.p99_ms; }) << " | " << lost << " | "
+        << middle([](const Result &r) { return r.stream.pump_share * 100; }) << " % | "
+        << std::lround(
+               middle([](const Result &r) { return r.stream.p99_us - r.stream.fastest_us; }))
+        << " |\n";
+}
+
+void measureApi(const Settings &settings, std::ostream &out) {
+    out << "\n### Clients of the API beside a decoder's stream of " << kApiRate
+        << " Mbit/s\n\n| Clients that ask all the time | Replies a second | Median, ms | p99, ms "
+           "| Datagrams lost | Pump's share of a core | Stream's p99 above fastest, us |\n"
+           "|---|---|---|---|---|---|---|\n";
+    std::map<std::size_t, std::vector<bench::ApiResult>> rounds;
+    for (int round = 0; round < settings.rounds; ++round) {
+        for (const std::size_t clients : {std::size_t{0}, kApiClients}) {
+            const auto result = bench::streamBesideClients(clients, kApiRate, settings.span);
+            rounds[clients].push_back(result);
+            fprintf(stderr, "round %d, %zu clients: %.0f replies/s, p99 %.2f ms, lost %lu\n",
+                    round + 1, clients, result.replies_per_s, result.p99_ms,
+                    static_cast<unsigned long>(result.stream.lost));
+        }
+    }
+    for (const auto &[clients, results] : rounds) {
+        writeApiRow(clients, results, out);
+    }
 }
 
 void measureIdle(std::ostream &out) {
@@ -119,6 +168,9 @@ void measureAll(const Settings &settings) {
     for (const bool encoder : {false, true}) {
         compareFamily(settings, encoder, out);
     }
+    if (wants(settings, "api")) {
+        measureApi(settings, out);
+    }
     if (wants(settings, "idle")) {
         measureIdle(out);
     }
@@ -152,7 +204,7 @@ bool readSettings(int count, char **words, Settings &settings) {
 int main(int count, char **words) {
     Settings settings;
     if (!readSettings(count, words, settings)) {
-        fputs("usage: tidewell_bench OUTPUT_DIR [decoder] [encoder] [idle] [single]"
+        fputs("usage: tidewell_bench OUTPUT_DIR [decoder] [encoder] [api] [idle] [single]"
               " [--rounds N] [--seconds S] [--patience S]\n",
               stderr);
         return 2;

@@ -6,18 +6,18 @@
 #include <ctime>
 #include <utility>
 
-#include <arpa/inet.h>
 #include <linux/if_ether.h>
 #include <sys/socket.h>
 
 #include "bench/stamp.h"
 #include "sim/clock.h"
+#include "sim/loopback.h"
 #include "sim/system_error.h"
 
 namespace bench {
 namespace {
 
-constexpr int kUnitPort = 9261;
+constexpr std::uint16_t kUnitPort = 9261;
 constexpr int kBufferBytes = 64 << 20;
 constexpr auto kPause = std::chrono::milliseconds(1);
 
@@ -45,12 +45,7 @@ sim::FileDescriptor openStamped(int family, int protocol) {
 
 sim::FileDescriptor openUnitInput() {
     sim::FileDescriptor fd = openStamped(AF_INET, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(kUnitPort);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    sim::check(bind(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address),
-               "bind the unit's input");
+    sim::check(sim::bindTo(fd.get(), kUnitPort), "bind the unit's input");
     return fd;
 }
 

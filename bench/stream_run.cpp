@@ -79,14 +79,17 @@ StreamResult measureOnce(const Contender &contender, const Job &job, Recorder &r
     const OtherLoad others(contender);
     recorder.startWindow();
     const double cpu_before = contender.cpuSeconds();
+    const double pump_before = contender.pumpSeconds();
     pause(seconds);
     const double cpu_s = contender.cpuSeconds() - cpu_before;
+    const double pump_s = contender.pumpSeconds() - pump_before;
     const Window window = recorder.endWindow();
     if (window.payloads == 0) {
         Contender::fail("the stream stopped");
     }
     StreamResult result;
     result.cpu_s_per_gb = cpu_s / (static_cast<double>(window.bytes) / 1e9);
+    result.pump_share = pump_s / seconds;
     result.payloads = window.payloads;
     result.lost = window.lost;
     result.resident_mib = contender.residentMib();

@@ -13,6 +13,7 @@ namespace bench {
 // is the appearance of the packet on the wire - writing to the device.
 struct StreamResult {
     double cpu_s_per_gb = 0;  // user and system, per 10^9 bytes that arrived
+    double pump_share = 0;    // of a core, taken by the thread that moves the data
     double fastest_us = 0;    // added latency: 1st percentile
     double median_us = 0;
     double p99_us = 0;

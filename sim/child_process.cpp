@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
+#include <cstring>
 
 #include "sim/system_error.h"
 #include "sim/wait_until.h"
@@ -60,6 +62,7 @@ pid_t start(const ProcessOptions &options) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() == parent) {
         execve(arguments[0], arguments.data(), options.env ? environment.data() : environ);
+        dprintf(STDERR_FILENO, "cannot run %s: %s\n", arguments[0], strerror(errno));
     }
     _exit(127);
 }

@@ -1,12 +1,13 @@
 #include "sim/http_client.h"
 
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <stdexcept>
 #include <utility>
+
+#include "sim/loopback.h"
 
 namespace sim {
 
@@ -15,14 +16,10 @@ int Reply::status() const {
 }
 
 RawClient::RawClient(std::uint16_t port) : fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const timeval limit{5, 0};
     setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
-    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)) != 0) {
+    if (connectTo(fd, port) != 0) {
         throw std::runtime_error("cannot connect");
     }
 }

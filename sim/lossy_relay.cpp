@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <array>
 
-#include "sim/system_error.h"
+#include "sim/loopback.h"
 
 namespace sim {
 namespace {
@@ -14,22 +14,12 @@ namespace {
 constexpr int kStopCheckMs = 50;
 constexpr int kBufferBytes = 4 * 1024 * 1024;
 
-sockaddr_in loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
 FileDescriptor bound(std::uint16_t port) {
     FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     check(socket.get(), "open the relay");
     setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &kBufferBytes, sizeof kBufferBytes);
     setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUF, &kBufferBytes, sizeof kBufferBytes);
-    const sockaddr_in address = loopback(port);
-    check(bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address),
-          "bind the relay to port " + std::to_string(port));
+    check(bindTo(socket.get(), port), "bind the relay to port " + std::to_string(port));
     return socket;
 }
 

@@ -1,13 +1,12 @@
 #include "sim/page_relay.h"
 
-#include <arpa/inet.h>
 #include <poll.h>
 #include <sys/socket.h>
 
 #include <array>
 #include <string>
 
-#include "sim/system_error.h"
+#include "sim/loopback.h"
 
 namespace sim {
 namespace {
@@ -16,33 +15,6 @@ constexpr std::uint16_t kApiPort = 8000;
 constexpr std::uint16_t kPortsTried = 100;
 constexpr int kStopCheckMs = 100;
 constexpr int kBacklog = 64;
-
-sockaddr_in loopback(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-FileDescriptor tcpSocket() {
-    FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    check(socket.get(), "open a TCP socket");
-    return socket;
-}
-
-bool listenAt(const FileDescriptor &socket, std::uint16_t port) {
-    const sockaddr_in address = loopback(port);
-    const int one = 1;
-    setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-    return bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&
-           listen(socket.get(), kBacklog) == 0;
-}
-
-bool connectToApi(const FileDescriptor &socket) {
-    const sockaddr_in address = loopback(kApiPort);
-    return connect(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
-}
 
 bool sendAll(int socket, const char *bytes, std::size_t count) {
     while (count > 0) {
@@ -71,10 +43,11 @@ bool passOn(int from, int to) {
 
 PageRelay::PageRelay() {
     for (std::uint16_t port = kApiPort; port < kApiPort + kPortsTried; ++port) {
-        listener = tcpSocket();
-        if (listenAt(listener, port)) {
+        try {
+            listener = listenAt(port, kBacklog);
             taken_port = port;
             return;
+        } catch (const std::system_error &) {  // taken, the next one may be free
         }
     }
     throwErrno("listen at a port from 8000 on");
@@ -119,8 +92,8 @@ void PageRelay::joinConnections(bool all) {
 }
 
 void PageRelay::carry(FileDescriptor client) const {
-    const FileDescriptor api = tcpSocket();
-    if (!connectToApi(api)) {
+    const FileDescriptor api(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (connectTo(api.get(), kApiPort) != 0) {
         return;
     }
     // A side that has nothing more to say is left out by a negative descriptor.

@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include <arpa/inet.h>
+#include "sim/loopback.h"
 
 namespace sim {
 
@@ -76,14 +76,6 @@ public:
     SRTSOCKET id() const { return sock; }
 
 private:
-    static sockaddr_in loopback(std::uint16_t port) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        return address;
-    }
-
     SRTSOCKET sock;
 };
 

@@ -7,10 +7,12 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 
 #include "sim/clock.h"
+#include "sim/wait_until.h"
 
 namespace sim {
 
@@ -59,6 +61,12 @@ struct TsCounters {
     // Messages of exactly `size` bytes.
     [[nodiscard]] std::uint64_t messagesOf(std::size_t size) const {
         return message_sizes.at(size).load();
+    }
+    // Waits until so many more have come; false if they do not.
+    [[nodiscard]] bool grow(std::uint64_t by = 100,
+                            std::chrono::milliseconds limit = kDefaultLimit) const {
+        const std::uint64_t enough = messages + by;
+        return waitUntil([&] { return messages > enough; }, limit);
     }
     // Nothing has come for a third of a second.
     [[nodiscard]] bool areSilent() const { return monotonicNs() > last_arrival_ns + 333'000'000; }

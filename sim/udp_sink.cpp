@@ -1,12 +1,11 @@
 #include "sim/udp_sink.h"
 
-#include <arpa/inet.h>
 #include <sys/socket.h>
 
 #include <array>
 
 #include "sim/clock.h"
-#include "sim/system_error.h"
+#include "sim/loopback.h"
 #include "sim/wait_until.h"
 
 namespace sim {
@@ -24,12 +23,7 @@ FileDescriptor bindLoopback(std::uint16_t port) {
         setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof kReceiveBuffer);
     }
     setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &kStopCheck, sizeof kStopCheck);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    check(bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address),
-          "bind the decoder input to port " + std::to_string(port));
+    check(bindTo(socket.get(), port), "bind the decoder input to port " + std::to_string(port));
     return socket;
 }
 

@@ -1,6 +1,5 @@
 #include "sim/web_server.h"
 
-#include <arpa/inet.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -8,7 +7,7 @@
 #include <chrono>
 #include <utility>
 
-#include "sim/system_error.h"
+#include "sim/loopback.h"
 #include "sim/test_picture.h"
 
 namespace sim {
@@ -21,21 +20,6 @@ constexpr int kStopCheckMs = 50;
 constexpr int kRequestLimitMs = 2000;
 constexpr int kBacklog = 16;
 constexpr auto kIdle = 5ms;
-
-FileDescriptor listenLocally() {
-    FileDescriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    check(socket.get(), "open the web server");
-    const int one = 1;
-    setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(kPort);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    check(bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address),
-          "bind the web server to port 80");
-    check(listen(socket.get(), kBacklog), "listen at port 80");
-    return socket;
-}
 
 // The head of a request; empty if the client has not sent it whole in time.
 std::string readHead(const FileDescriptor &client) {
@@ -62,7 +46,7 @@ std::string pathIn(const std::string &head) {
 
 }  // namespace
 
-WebServer::WebServer() : listener(listenLocally()), thread([this] { run(); }) {}
+WebServer::WebServer() : listener(listenAt(kPort, kBacklog)), thread([this] { run(); }) {}
 
 WebServer::~WebServer() {
     stop = true;

@@ -143,7 +143,7 @@ private:
             fail("the start ended with status " + std::to_string(status));
         }
         if ((*daemon)->countLines("") == 0) {
-            fail("the start failed without a word");
+            fail("the start ended with status " + std::to_string(status) + " without a word");
         }
     }
 

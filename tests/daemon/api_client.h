@@ -13,6 +13,8 @@ using sim::RawClient;
 using sim::Reply;
 using sim::requestText;
 
+inline const std::string kSuccess = "{\"status\":true,\"message\":\"Success\"}\n";
+
 // A daemon whose API can be asked.
 class ApiDaemon : public sim::Daemon {
 public:

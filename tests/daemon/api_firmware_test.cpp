@@ -109,7 +109,7 @@ TEST_F(Firmware, LocalUpdateStartsTheScriptAndSilencesTheApiButNotTheStream) {
     sim::UdpSink unit;
     const sim::SrtSender primary(5000);
     const ApiDaemon daemon({.primary = primary.uri()});
-    ASSERT_TRUE(waitUntil([&] { return unit.datagrams() > 100; }));
+    ASSERT_TRUE(unit.received().grow());
     RawClient idle(kApiPort);
     const Reply reply = ask("/api/localfirmware/set", "{\"update\":\"tidewell-fennel-1.0.2\"}");
     EXPECT_EQ(reply.head + reply.body, jsonReply("{}\n"));
@@ -122,8 +122,7 @@ TEST_F(Firmware, LocalUpdateStartsTheScriptAndSilencesTheApiButNotTheStream) {
     EXPECT_TRUE(idle.closedByServer()) << "the page is silent too";
     EXPECT_EQ(files(), 3U) << "the file, the film and the folder";
     EXPECT_EQ(readFile("/tmp/crontab_then"), "2 other\n") << "before the script starts";
-    const std::uint64_t before = unit.datagrams();
-    EXPECT_TRUE(waitUntil([&] { return unit.datagrams() > before + 100; }));
+    EXPECT_TRUE(unit.received().grow());
 }
 
 TEST_F(Firmware, ServerUpdateIsAnsweredAndRunsWhatWasFetched) {

@@ -18,8 +18,6 @@ using namespace std::chrono_literals;
 using sim::SrtSender;
 using sim::waitUntil;
 
-const std::string kSuccess = "{\"status\":true,\"message\":\"Success\"}\n";
-
 class ApiBesideStream : public testing::Test {
 protected:
     static bool statsShow(const std::string &text) {

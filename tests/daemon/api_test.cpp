@@ -5,11 +5,10 @@
 #include <tuple>
 
 #include <linux/capability.h>
-#include <netinet/in.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 
-#include "sim/file_descriptor.h"
+#include "sim/loopback.h"
 #include "sim/proxy_image.h"
 #include "sim/route_driver.h"
 #include "sim/sandbox.h"
@@ -21,8 +20,6 @@ namespace {
 
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
-
-const std::string kSuccess = "{\"status\":true,\"message\":\"Success\"}\n";
 
 TEST(Api, RepliesToTheLetter) {
     const ApiDaemon daemon({});
@@ -164,24 +161,8 @@ TEST(Api, RestartIsAnsweredBeforeTheProcessEnds) {
     }
 }
 
-sockaddr_in anyAddress(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    return address;
-}
-
-sim::FileDescriptor takePort(std::uint16_t port) {
-    sim::FileDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const sockaddr_in address = anyAddress(port);
-    EXPECT_EQ(bind(listener.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address),
-              0);
-    listen(listener.get(), 1);
-    return listener;
-}
-
 TEST(Api, TakenPortIsToldOnceAndTakenUpWhenItIsFree) {
-    std::optional<sim::FileDescriptor> owner(takePort(kApiPort));
+    std::optional<sim::FileDescriptor> owner(sim::listenAt(kApiPort, 1));
     const std::string refused = "srt://127.0.0.1:0?mode=caller";  // tried every second
     const auto start = std::chrono::steady_clock::now();
     sim::Daemon daemon({.primary = refused, .backup = refused});
@@ -295,13 +276,11 @@ TEST(Thumbnail, IsTheLastImageThatCouldBeFetched) {
 
 // A full backlog: the system leaves the next client's first packet unanswered.
 TEST(Thumbnail, IsNotWaitedForLongWhereItsServerAcceptsNobody) {
-    const sim::FileDescriptor server = takePort(80);
+    const sim::FileDescriptor server = sim::listenAt(80, 1);
     std::vector<sim::FileDescriptor> crowd;
     for (int i = 0; i < 4; ++i) {
         crowd.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-        sockaddr_in address = anyAddress(80);
-        std::ignore = connect(crowd.back().get(), reinterpret_cast<const sockaddr *>(&address),
-                              sizeof address);
+        std::ignore = sim::connectTo(crowd.back().get(), 80);
     }
     const ApiDaemon daemon({});
     const auto start = std::chrono::steady_clock::now();

@@ -7,13 +7,12 @@
 #include <string>
 #include <vector>
 
-#include <arpa/inet.h>
 #include <curl/curl.h>
-#include <sys/socket.h>
 
 #include "api/firmware_files.h"
 #include "api/firmware_server.h"
 #include "net/descriptor.h"
+#include "sim/loopback.h"
 #include "sim/web_server.h"
 #include "tests/support/files.h"
 
@@ -123,13 +122,9 @@ TEST_F(FirmwareDirectory, SilentNameServersAreWaitedForTenSecondsAtMost) {
     GTEST_SKIP() << "this libcurl waits for its lookup";
 #endif
     fs::remove("/etc/resolv.conf");
-    writeFile("/etc/resolv.conf", "nameserver 127.0.0.2\nnameserver 127.0.0.3\n");
+    writeFile("/etc/resolv.conf", "nameserver 127.0.0.1\nnameserver 127.0.0.1\n");
     const net::Descriptor silent(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    sockaddr_in everywhere{};
-    everywhere.sin_family = AF_INET;
-    everywhere.sin_port = htons(53);
-    const auto *address = reinterpret_cast<const sockaddr *>(&everywhere);
-    ASSERT_EQ(bind(silent.number(), address, sizeof everywhere), 0);
+    ASSERT_EQ(sim::bindTo(silent.number(), 53), 0);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(downloadFirmware("http://firmware.test/", "tidewell-fennel-2", directory), "");
     const auto lasted = std::chrono::steady_clock::now() - start;
