@@ -1,5 +1,6 @@
 // Measures the daemon against the bare loop in a sandbox of its own and writes what came
-// out into a directory: tables.md, decoder.dat and encoder.dat for the charts.
+// out into a directory: a chapter of the document each, decoder.dat and encoder.dat for
+// the charts.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -7,6 +8,7 @@
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <numeric>
 #include <set>
@@ -44,18 +46,10 @@ struct Settings {
     std::set<std::string> chapters;  // empty: all
 };
 
-bool wants(const Settings &settings, const char *chapter) {
-    return settings.chapters.empty() || settings.chapters.contains(chapter);
-}
-
 void compareFamily(const Settings &settings, bool encoder, std::ostream &out) {
     const char *family = encoder ? "encoder" : "decoder";
-    if (!wants(settings, family)) {
-        return;
-    }
     const auto comparisons = bench::compareStreams(encoder, settings.rounds, settings.span);
-    out << "\n### " << (encoder ? "Encoder" : "Decoder") << "\n\n![CPU and latency of the "
-        << family << "](performance-" << family << ".svg)\n\n";
+    out << "![CPU and latency of the " << family << "](performance-" << family << ".svg)\n\n";
     bench::writeTable(out, comparisons);
     std::ofstream chart(settings.output / (std::string(family) + ".dat"));
     bench::writeChartData(chart, comparisons);
@@ -84,8 +78,8 @@ void writeApiRow(std::size_t clients, const std::vector<bench::ApiResult> &round
 }
 
 void measureApi(const Settings &settings, std::ostream &out) {
-    out << "\n### Clients of the API beside a decoder's stream of " << kApiRate
-        << " Mbit/s\n\n| Clients that ask all the time | Replies a second | Median, ms | p99, ms "
+    out << "Beside a decoder's stream of " << kApiRate
+        << " Mbit/s:\n\n| Clients that ask all the time | Replies a second | Median, ms | p99, ms "
            "| Datagrams lost | Pump's share of a core | Stream's p99 above fastest, us |\n"
            "|---|---|---|---|---|---|---|\n";
     std::map<std::size_t, std::vector<bench::ApiResult>> rounds;
@@ -104,7 +98,7 @@ void measureApi(const Settings &settings, std::ostream &out) {
 }
 
 void measureIdle(std::ostream &out) {
-    out << "\n### With nothing to do\n\n| State | Share of a core |\n|---|---|\n";
+    out << "| State | Share of a core |\n|---|---|\n";
     for (const bool encoder : {false, true}) {
         for (const auto &state : bench::idleStates(encoder)) {
             const double share = bench::idleShare(state, kIdleSeconds);
@@ -152,7 +146,7 @@ void countSystemCalls(std::ostream &out) {
 }
 
 void measureSingles(std::ostream &out) {
-    out << "\n### Single figures\n\n| What | tidewell | bare loop |\n|---|---|---|\n";
+    out << "| What | tidewell | bare loop |\n|---|---|---|\n";
     measureStartUp(out);
     measureWake(out, bench::Device::silent, "a silent device");
     measureWake(out, bench::Device::ended, "a device that answers with nothing");
@@ -160,23 +154,29 @@ void measureSingles(std::ostream &out) {
     countSystemCalls(out);
 }
 
-void measureAll(const Settings &settings) {
-    std::ofstream out(settings.output / "tables.md");
+// To be read by itself, as each may come from another call.
+void writeChapter(const Settings &settings, const std::string &name, const std::string &title,
+                  const std::function<void(std::ostream &)> &measure) {
+    if (!settings.chapters.empty() && !settings.chapters.contains(name)) {
+        return;
+    }
+    std::ofstream out(settings.output / (name + ".md"));
     out.precision(3);
-    out << bench::describeMachine() << settings.rounds << " rounds of " << settings.span.seconds
-        << " s each.\n";
-    for (const bool encoder : {false, true}) {
-        compareFamily(settings, encoder, out);
-    }
-    if (wants(settings, "api")) {
-        measureApi(settings, out);
-    }
-    if (wants(settings, "idle")) {
-        measureIdle(out);
-    }
-    if (wants(settings, "single")) {
-        measureSingles(out);
-    }
+    out << "### " << title << "\n\n" << bench::describeMachine() << '\n';
+    measure(out);
+}
+
+void measureAll(const Settings &settings) {
+    const std::string rounds = std::to_string(settings.rounds) + " rounds of " +
+                               std::to_string(std::lround(settings.span.seconds)) + " s each";
+    writeChapter(settings, "decoder", "Decoder, " + rounds,
+                 [&](std::ostream &out) { compareFamily(settings, false, out); });
+    writeChapter(settings, "encoder", "Encoder, " + rounds,
+                 [&](std::ostream &out) { compareFamily(settings, true, out); });
+    writeChapter(settings, "api", "Clients of the API, " + rounds,
+                 [&](std::ostream &out) { measureApi(settings, out); });
+    writeChapter(settings, "idle", "With nothing to do", measureIdle);
+    writeChapter(settings, "single", "Single figures", measureSingles);
 }
 
 bool readSettings(int count, char **words, Settings &settings) {
