@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <new>
+#include <optional>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -13,6 +16,22 @@
 #include "sim/wait_until.h"
 #include "tests/support/files.h"
 #include "tests/support/printed.h"
+
+namespace {
+thread_local bool memory_is_left = true;
+}
+
+// Take the C++ library's place.
+[[gnu::noinline]] void *operator new(std::size_t size) {
+    void *const memory = memory_is_left ? malloc(size) : nullptr;
+    return memory != nullptr ? memory : throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void *memory) noexcept {
+    free(memory);
+}
+[[gnu::noinline]] void operator delete(void *memory, std::size_t) noexcept {
+    free(memory);
+}
 
 namespace {
 
@@ -49,6 +68,14 @@ TEST_F(RouteDeviceTest, RouteGoesUpAtTheStartAndDownAtTheEnd) {
     });
     EXPECT_EQ(told, "t: Updating route 3\n");
     EXPECT_EQ(commands(2), (std::vector{kUp, kDown}));
+}
+
+TEST_F(RouteDeviceTest, RouteGoesDownWhereNoMemoryIsLeft) {
+    std::optional<RouteDevice> route(3);
+    memory_is_left = false;
+    route.reset();
+    memory_is_left = true;
+    EXPECT_EQ(commands(2).back(), kDown);
 }
 
 TEST_F(RouteDeviceTest, LostRouteIsSentAgain) {

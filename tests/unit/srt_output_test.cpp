@@ -54,7 +54,7 @@ TEST_F(SrtOutputTest, CutsABufferIntoMessages) {
     ASSERT_TRUE(listener.listen(5000));
     srt_output output(enabledUri(kCaller));
     RawSrt receiver = listener.accept();
-    const std::string buffer(2 * kPayloadBytes, 'd');
+    const std::string buffer(std::size_t{2} * kPayloadBytes, 'd');
     const std::pair<int, std::vector<std::size_t>> rows[] = {
         {1316, {1316}}, {1317, {1316, 1}}, {1315, {1315}}, {2632, {1316, 1316}}};
     for (const auto &[length, messages] : rows) {
