@@ -25,7 +25,9 @@ public:
             worker.join();
         }
     }
-    // Each reply's time in milliseconds. Call after end().
+    // Both only after end(). Whether every request had its reply, and each one's time in
+    // milliseconds.
+    [[nodiscard]] bool wasServed() const { return served; }
     [[nodiscard]] const std::vector<double> &delays() const { return delays_ms; }
 
 private:
@@ -35,16 +37,15 @@ private:
         }
         const std::string request = sim::requestText("/api/stats");
         sim::RawClient connection(sim::kApiPort);
-        while (!stop) {
+        do {
             const std::uint64_t asked_ns = sim::monotonicNs();
-            if (!connection.send(request) || connection.reply().status() != 200) {
-                return;
-            }
+            served = connection.send(request) && connection.reply().status() == 200;
             delays_ms.push_back(static_cast<double>(sim::monotonicNs() - asked_ns) / 1e6);
-        }
+        } while (served && !stop);
     }
 
     std::atomic<bool> stop{false};
+    bool served = false;            // the worker's until end()
     std::vector<double> delays_ms;  // the worker's until end()
     std::thread worker;
 };
@@ -54,11 +55,17 @@ private:
 ApiResult streamBesideClients(std::size_t clients, std::uint64_t rate_mbit, const Span &span) {
     std::list<Client> all(clients);
     const std::uint64_t start_ns = sim::monotonicNs();
-    ApiResult result{.stream = runStream(Program::daemon, {}, rate_mbit, span)};
+    ApiResult result;
+    const auto endClients = [&](const Contender &) {
+        std::for_each(all.begin(), all.end(), [](Client &client) { client.end(); });
+    };
+    result.stream = runStream(Program::daemon, {}, rate_mbit, span, endClients);
     const double lasted_s = static_cast<double>(sim::monotonicNs() - start_ns) / 1e9;
     std::vector<double> delays_ms;
-    for (Client &client : all) {
-        client.end();
+    for (const Client &client : all) {
+        if (!client.wasServed()) {
+            Contender::fail("a client of the API got no reply");
+        }
         delays_ms.insert(delays_ms.end(), client.delays().begin(), client.delays().end());
     }
     if (!delays_ms.empty()) {

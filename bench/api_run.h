@@ -16,7 +16,7 @@ struct ApiResult {
 };
 
 // A decoder's stream, and beside it so many clients that ask for the live statistics, each
-// again as soon as it has its reply.
+// again as soon as it has its reply. Errors: std::runtime_error if one gets none.
 ApiResult streamBesideClients(std::size_t clients, std::uint64_t rate_mbit, const Span &span);
 
 }  // namespace bench

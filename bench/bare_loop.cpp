@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <pthread.h>
 #include <sched.h>
@@ -16,9 +15,11 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include "sim/loopback.h"
+
 namespace {
 
-constexpr int kUnitPort = 9261;
+constexpr std::uint16_t kUnitPort = 9261;
 constexpr int kMessageBytes = 1316;
 constexpr std::size_t kReadBytes = std::size_t{1000} * kMessageBytes;
 
@@ -41,14 +42,6 @@ Result require(Result result, const char *step) {
     return result;
 }
 
-sockaddr_in loopback(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<in_port_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
 SRTSOCKET accept(SRTSOCKET listener) {
     for (;;) {
         const SRTSOCKET client = srt_accept(listener, nullptr, nullptr);
@@ -61,7 +54,7 @@ SRTSOCKET accept(SRTSOCKET listener) {
 
 SRTSOCKET connectPeer(const Settings &settings) {
     const SRTSOCKET sock = require(srt_create_socket(), "create socket");
-    const sockaddr_in address = loopback(settings.port);
+    const sockaddr_in address = sim::loopback(static_cast<std::uint16_t>(settings.port));
     const auto *name = reinterpret_cast<const sockaddr *>(&address);
     srt_setsockflag(sock, SRTO_LATENCY, &settings.latency_ms, sizeof settings.latency_ms);
     if (settings.caller) {
@@ -77,7 +70,7 @@ SRTSOCKET connectPeer(const Settings &settings) {
 
 void receive(SRTSOCKET peer) {
     const int unit = require(socket(AF_INET, SOCK_DGRAM, 0), "socket");
-    const sockaddr_in address = loopback(kUnitPort);
+    const sockaddr_in address = sim::loopback(kUnitPort);
     std::vector<char> buffer(kReadBytes);
     for (;;) {
         const int bytes = srt_recvmsg(peer, buffer.data(), static_cast<int>(buffer.size()));

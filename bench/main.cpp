@@ -63,10 +63,9 @@ void writeApiRow(std::size_t clients, const std::vector<bench::ApiResult> &round
         return bench::median(std::move(values));
     };
     using Result = bench::ApiResult;
-    const double lost =
-        std::accumulate(rounds.begin(), rounds.end(), 0.0, [](double sum, const Result &round) {
-            return sum + static_cast<double>(round.stream.lost);
-        });
+    const auto lost = std::accumulate(
+        rounds.begin(), rounds.end(), std::uint64_t{0},
+        [](std::uint64_t sum, const Result &round) { return sum + round.stream.lost; });
     out << "| " << clients << " | "
         << std::lround(middle([](const Result &r) { return r.replies_per_s; })) << " | "
         << middle([](const Result &r) { return r.median_ms; }) << " | "
@@ -156,27 +155,29 @@ void measureSingles(std::ostream &out) {
 
 // To be read by itself, as each may come from another call.
 void writeChapter(const Settings &settings, const std::string &name, const std::string &title,
-                  const std::function<void(std::ostream &)> &measure) {
+                  bool in_rounds, const std::function<void(std::ostream &)> &measure) {
     if (!settings.chapters.empty() && !settings.chapters.contains(name)) {
         return;
     }
     std::ofstream out(settings.output / (name + ".md"));
     out.precision(3);
-    out << "### " << title << "\n\n" << bench::describeMachine() << '\n';
+    out << "### " << title;
+    if (in_rounds) {
+        out << ", " << settings.rounds << " rounds of " << settings.span.seconds << " s each";
+    }
+    out << "\n\n" << bench::describeMachine() << '\n';
     measure(out);
 }
 
 void measureAll(const Settings &settings) {
-    const std::string rounds = std::to_string(settings.rounds) + " rounds of " +
-                               std::to_string(std::lround(settings.span.seconds)) + " s each";
-    writeChapter(settings, "decoder", "Decoder, " + rounds,
+    writeChapter(settings, "decoder", "Decoder", true,
                  [&](std::ostream &out) { compareFamily(settings, false, out); });
-    writeChapter(settings, "encoder", "Encoder, " + rounds,
+    writeChapter(settings, "encoder", "Encoder", true,
                  [&](std::ostream &out) { compareFamily(settings, true, out); });
-    writeChapter(settings, "api", "Clients of the API, " + rounds,
+    writeChapter(settings, "api", "Clients of the API", true,
                  [&](std::ostream &out) { measureApi(settings, out); });
-    writeChapter(settings, "idle", "With nothing to do", measureIdle);
-    writeChapter(settings, "single", "Single figures", measureSingles);
+    writeChapter(settings, "idle", "With nothing to do", false, measureIdle);
+    writeChapter(settings, "single", "Single figures", false, measureSingles);
 }
 
 bool readSettings(int count, char **words, Settings &settings) {
