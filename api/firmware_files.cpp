@@ -43,7 +43,7 @@ std::string firmwarePlatform() {
 }
 
 bool isFirmwareName(std::string_view name) {
-    return !name.empty() && name.size() <= kLongestName && name[0] != '.' && name[0] != '-' &&
+    return name.starts_with(kFirmwarePrefix) && name.size() <= kLongestName &&
            std::all_of(name.begin(), name.end(), isNameCharacter);
 }
 

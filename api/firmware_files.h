@@ -15,8 +15,8 @@ inline constexpr std::string_view kFirmwarePrefix = "tidewell-";
 // Which of the firmware files are this unit's: ZOLVA_PLATFORM, or "fennel" if that is unset.
 std::string firmwarePlatform();
 
-// A name goes into a path and into a shell command: letters, digits and ._+~-, at most 200
-// of them, the first neither a dot nor a dash.
+// A name goes into a path and into a shell command, and what it names is run: kFirmwarePrefix,
+// then letters, digits and ._+~-, at most 200 characters.
 bool isFirmwareName(std::string_view name);
 
 bool isFirmwareFile(const std::string &path);

@@ -86,6 +86,7 @@ bool fetchFile(const std::string &url, FILE *file) {
     curl_easy_setopt(curl.get(), CURLOPT_FOLLOWLOCATION, 1L);
     trustAnyCertificate(curl.get());
     leaveLookupBehind(curl.get());
+    curl_easy_setopt(curl.get(), CURLOPT_FAILONERROR, 1L);  // an error page is no script
     const CURLcode result = curl_easy_perform(curl.get());
     if (result != CURLE_OK) {
         printf("Curl perform failed. url = %s %d\n", url.c_str(), result);
@@ -133,18 +134,20 @@ std::string downloadFirmware(const std::string &base, const std::string &name,
     const std::string url = base + name;
     pruneFirmware(name, directory);
     printf("Downloading url %s as %s\n", url.c_str(), path.c_str());
-    FILE *file = fopen(path.c_str(), "wbe");
+    // One name for all: what a kill leaves is neither listed nor kept for long.
+    const std::string unfinished = directory + ".tidewell-download";
+    FILE *file = fopen(unfinished.c_str(), "wbe");
     if (file == nullptr) {
         syslog(LOG_ERR, "File open failed = %s \n", path.c_str());
         return "";
     }
     const bool fetched = fetchFile(url, file);
     const bool written = fclose(file) == 0;
-    if (!written) {
-        syslog(LOG_ERR, "File write failed = %s", path.c_str());
-    }
-    if (!fetched || !written) {
-        remove(path.c_str());
+    if (!fetched || !written || rename(unfinished.c_str(), path.c_str()) != 0) {
+        remove(unfinished.c_str());
+        if (fetched) {
+            syslog(LOG_ERR, "File write failed = %s", path.c_str());
+        }
         return "";
     }
     return path;

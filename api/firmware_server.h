@@ -21,7 +21,7 @@ void listFirmware(std::set<std::string> &names, const std::string &platform);
 std::set<std::string> scrapeFirmwareNames(const std::string &listing, const std::string &platform);
 
 // Fetches `base` + `name` into `directory` and returns the path; other firmware files go
-// first, so that there is room. Empty if it failed, and then no part of the file is left.
-// A server's error page counts as the file.
+// first, so that there is room. Empty if it failed, a status of 400 or more included; then no
+// part of the file is left, and what had the name keeps it.
 std::string downloadFirmware(const std::string &base, const std::string &name,
                              const std::string &directory);

@@ -89,7 +89,7 @@ TEST_F(Firmware, RequestThatNamesNoUsableFileIsRefusedAndTouchesNothing) {
     const std::string refused = jsonReply("{}\n", "400 Bad Request");
     for (const char *body :
          {"no JSON", "[]", "{}", "", R"({"update":7})", R"({"update":""})", R"({"update":"-c"})",
-          R"({"update":"../tidewell-fennel-1.0.2"})",
+          R"({"update":"../tidewell-fennel-1.0.2"})", R"({"update":"holiday.ts"})",
           R"({"update":"tidewell-fennel-1.0.2;reboot"})", "{\"update\":\"$(reboot)\"}",
           R"({"update":"tidewell-fennel-1.0.2\u0000"})"}) {
         for (const char *path : {"/api/localfirmware/set", "/api/firmware/set"}) {

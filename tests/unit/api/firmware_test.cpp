@@ -22,16 +22,21 @@ using Names = std::vector<std::string>;
 namespace fs = std::filesystem;
 
 TEST(FirmwareName, IsWhatNeitherAShellNorAPathCanMisread) {
-    const std::string longest(200, 'a');
+    const std::string prefix = "tidewell-";
+    const std::string longest = prefix + std::string(191, 'a');
     EXPECT_TRUE(isFirmwareName("tidewell-fennel-1.0.10"));
-    EXPECT_TRUE(isFirmwareName("a_B+c~d-9"));
+    EXPECT_TRUE(isFirmwareName("tidewell-a_B+c~d-9"));
     EXPECT_TRUE(isFirmwareName(longest));
-    for (const char *name : {"", ".", "..", ".hidden", "-rf", "a b", "a;b", "a$b", "a`b", "a/b",
-                             "../b", "a\nb", "a&b", "a|b", "a\\b", "a'b", "a*", "\xc3\xa4"}) {
+    for (const char *end : {"a b", "a;b", "a$b", "a`b", "a/b", "/../b", "a\nb", "a&b", "a|b",
+                            "a\\b", "a'b", "a*", "\xc3\xa4"}) {
+        EXPECT_FALSE(isFirmwareName(prefix + end)) << end;
+    }
+    for (const char *name : {"", ".", "-rf", "holiday.ts", "notes.txt", "Tidewell-1", "tidewell",
+                             ".tidewell-1", "../tidewell-1"}) {
         EXPECT_FALSE(isFirmwareName(name)) << name;
     }
     EXPECT_FALSE(isFirmwareName(longest + "a"));
-    EXPECT_FALSE(isFirmwareName(std::string("a\0b", 3)));
+    EXPECT_FALSE(isFirmwareName(std::string("tidewell-\0b", 11)));
 }
 
 TEST(ServerListing, GivesTheFirstLinkOfEachLineThatFits) {
@@ -106,14 +111,23 @@ TEST_F(FirmwareDirectory, DownloadMakesRoomFirstAndLeavesNoPartBehind) {
     EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-2", directory),
               directory + "tidewell-fennel-2");
     EXPECT_EQ(readFile(directory + "tidewell-fennel-2"), "echo hello\n");
+    server.setReply("/uploads/tidewell-fennel-2", "echo <h1>Gone</h1>\n", 410);
+    EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-2", directory), "") << "an error page";
+    server.addUpload("tidewell-fennel-2b", "echo cut\n");
     server.setManner(sim::WebManner::break_off);
+    writeFile(directory + "tidewell-fennel-2b", "echo whole\n");
+    EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-2", directory), "");
+    EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-2b", directory), "");
+    EXPECT_EQ(names(), (Names{"holiday.ts", "tidewell-fennel-2b"}));
+    EXPECT_EQ(readFile(directory + "tidewell-fennel-2b"), "echo whole\n");
     EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-3", directory), "");
     EXPECT_EQ(names(), Names{"holiday.ts"});
     EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-3", "/tmp/nowhere/"), "");
     server.setManner(sim::WebManner::answer);
     // Small enough to wait in stdio's buffer until the file is closed.
-    fs::create_symlink("/dev/full", directory + "tidewell-fennel-2");
-    EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-2", directory), "") << "the disk is full";
+    fs::create_symlink("/dev/full", directory + ".tidewell-download");
+    EXPECT_EQ(downloadFirmware(base, "tidewell-fennel-2b", directory), "") << "the disk is full";
+    EXPECT_EQ(names(), Names{"holiday.ts"});
 }
 
 // The lookup alone would last twenty seconds.
