@@ -41,7 +41,7 @@ Result MessageHead::scan(std::string_view input) {
             if (result != Result::NeedMore) {
                 return result;
             }
-        } else if (after_cr || (c != '\r' && isControl(c))) {
+        } else if (after_cr || (c != '\r' && isControl(c)) || continuesLine(c)) {
             return Result::Malformed;
         } else {
             line_is_empty = line_is_empty && c == '\r';
@@ -49,6 +49,11 @@ Result MessageHead::scan(std::string_view input) {
         after_cr = c == '\r';
     }
     return Result::NeedMore;
+}
+
+// A line that begins with a blank belongs to the one before it, for those who know that.
+bool MessageHead::continuesLine(char c) const {
+    return lines > 0 && line_is_empty && (c == ' ' || c == '\t');
 }
 
 Result MessageHead::endLine() {

@@ -13,7 +13,8 @@ namespace net {
 
 // Finds the end of a head that comes piece by piece, and looks at each byte once. Lines end
 // in CR LF or LF. Other control bytes than tabs belong into no head: they end it at once, so
-// that a client that speaks another protocol is not waited for.
+// that a client that speaks another protocol is not waited for. So do lines that go on in the
+// next one: not everybody reads those alike.
 class MessageHead {
 public:
     // Requires: `input` begins where it began in the last call, and has only grown.
@@ -26,6 +27,7 @@ public:
 
 private:
     MessageReader::Result endLine();
+    bool continuesLine(char c) const;
 
     std::size_t position = 0;
     std::size_t lines = 0;

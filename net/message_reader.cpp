@@ -39,6 +39,24 @@ void describeRequest(const http::request<http::string_body> &request, mg_http_me
     out.proto = mg_str(request.version() == 10 ? "HTTP/1.0" : "HTTP/1.1");
 }
 
+bool isNumber(boost::beast::string_view text) {
+    return text.find_first_not_of("0123456789") == boost::beast::string_view::npos;
+}
+
+// False where two readers could see different ends of the message.
+template <class Message>
+bool hasOneLength(const Message &message) {
+    const auto codings = message.equal_range(http::field::transfer_encoding);
+    const auto lengths = message.equal_range(http::field::content_length);
+    if (codings.first == codings.second) {
+        return lengths.first == lengths.second ||
+               (std::next(lengths.first) == lengths.second && isNumber(lengths.first->value()));
+    }
+    const boost::beast::string_view coding = codings.first->value();
+    return std::next(codings.first) == codings.second && lengths.first == lengths.second &&
+           message.version() == 11 && equalsIgnoringCase({coding.data(), coding.size()}, "chunked");
+}
+
 template <bool isRequest>
 class BeastReader : public MessageReader {
 public:
@@ -102,6 +120,9 @@ private:
             input.erase(0, head.length());
             boost::beast::error_code error;
             parser->put(boost::asio::buffer(normal), error);
+            if (!error && isRequest && !hasOneLength(parser->get())) {
+                return Result::Malformed;
+            }
             return error ? verdict(error) : Result::Complete;
         }
         return result;

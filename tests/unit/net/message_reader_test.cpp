@@ -40,6 +40,7 @@ std::string manyFields(size_t count) {
 TEST(MessageReader, GivesTheSameVerdictHoweverTheBytesCome) {
     const std::string chunked = "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n";
     const std::string length = "Content-Length: ";
+    const std::string coding = "Transfer-Encoding: ";
     using enum net::MessageReader::Result;
     const struct {
         const char *name;
@@ -63,11 +64,26 @@ TEST(MessageReader, GivesTheSameVerdictHoweverTheBytesCome) {
         {"empty first line", "\r\nGET / HTTP/1.1\r\n\r\n", Malformed},
         {"lone CR", "GET / HTTP/1.1\rX: y\r\n\r\n", Malformed},
         {"CR within an end", "GET / HTTP/1.1\r\n\r\r\n", Malformed},
-        {"line that would become the end", "GET / HTTP/1.1\r\nX: y\n \n\n", Complete},
+        {"folded line", get("X: y\r\n " + length + "3\r\n"), Malformed},
+        {"blank first field", "GET / HTTP/1.1\n\tX: y\n\n", Malformed},
         {"not HTTP", "\x16\x03\x01 hello", Malformed},
         {"negative length", get(length + "-1\r\n"), Malformed},
         {"two lengths", get(length + "1\r\n" + length + "2\r\n"), Malformed},
-        {"length, chunks", get(length + "1\r\nTransfer-Encoding: chunked\r\n"), Malformed},
+        {"one length twice", get(length + "1\r\n" + length + "1\r\n") + "a", Malformed},
+        {"listed length", get(length + "1, 1\r\n"), Malformed},
+        {"signed length", get(length + "+1\r\n"), Malformed},
+        {"empty length", get(length + "\r\n"), Malformed},
+        {"length, chunks", get(length + "1\r\n" + coding + "chunked\r\n"), Malformed},
+        {"chunks, length", get(coding + "chunked\r\n" + length + "1\r\n"), Malformed},
+        {"chunks in capitals", get("TRANSFER-ENCODING: Chunked\r\n") + "0\r\n\r\n", Complete},
+        {"gzip", get(coding + "gzip\r\n"), Malformed},
+        {"gzip and length", get(coding + "gzip\r\n" + length + "1\r\n"), Malformed},
+        {"gzip, chunked", get(coding + "gzip, chunked\r\n"), Malformed},
+        {"chunked, identity", get(coding + "chunked, identity\r\n"), Malformed},
+        {"xchunked", get(coding + "xchunked\r\n"), Malformed},
+        {"no coding", get(coding + "\r\n"), Malformed},
+        {"chunked twice", get(coding + "chunked\r\n" + coding + "chunked\r\n"), Malformed},
+        {"chunks in 1.0", "POST / HTTP/1.0\r\n" + coding + "chunked\r\n\r\n", Malformed},
         {"longest head", headOf(65535), Complete},
         {"head too long", headOf(65536), HeadTooLong},
         {"long line", "GET /" + std::string(80000, 'u') + " HTTP/1.1\r\n\r\n", HeadTooLong},
