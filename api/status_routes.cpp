@@ -69,6 +69,7 @@ void selectSource(const ApiRequest &request) {
 void serveLog(const ApiRequest &request) {
     mg_http_serve_opts options{};
     options.root_dir = "/tmp";
+    options.is_log = true;
     mg_http_serve_dir(request.connection, request.message, &options);
 }
 

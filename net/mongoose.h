@@ -129,6 +129,7 @@ extern struct mg_fs mg_fs_posix, mg_fs_packed;
 struct mg_http_serve_opts {
     const char *root_dir;
     struct mg_fs *fs;  // null: mg_fs_posix
+    bool is_log;       // files change often: tagged by their bytes, and never taken from a .gz
 };
 void mg_http_serve_dir(struct mg_connection *, struct mg_http_message *,
                        const struct mg_http_serve_opts *);

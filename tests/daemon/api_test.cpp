@@ -2,11 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <regex>
 #include <tuple>
 
+#include <fcntl.h>
 #include <linux/capability.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 
 #include "sim/loopback.h"
 #include "sim/proxy_image.h"
@@ -96,6 +99,26 @@ TEST(Api, RouteIsItsExactPathWithAnyMethodAndAnyQueryAndAllElseAFile) {
     EXPECT_NE(ask("/proxy.log").body.find(" : Startup\n"), std::string::npos);
     fs::remove("/tmp/proxy.log");
     EXPECT_EQ(ask("/proxy.log").status(), 404);
+}
+
+TEST(Api, LogIsToldApartByItsTextAndHiddenByNothing) {
+    const ApiDaemon daemon({});
+    const std::string request = "GET /proxy.log HTTP/1.1\r\nAccept-Encoding: gzip\r\n";
+    writeFile("/tmp/proxy.log.gz", "anybody's");
+    const auto askFor = [&](const std::string &text, const std::string &tag) {
+        writeFile("/tmp/proxy.log", text);
+        const timespec times[2] = {{1700000000, 7}, {1700000000, 7}};
+        EXPECT_EQ(utimensat(AT_FDCWD, "/tmp/proxy.log", times, 0), 0);
+        RawClient client(kApiPort);
+        client.send(request + "If-None-Match: " + tag + "\r\n\r\n");
+        return client.reply();
+    };
+    const Reply first = askFor("one", "none");
+    EXPECT_EQ(first.body, "one");
+    std::smatch tag;
+    ASSERT_TRUE(std::regex_search(first.head, tag, std::regex("\r\nEtag: (\"[0-9]+\\.3\")\r\n")));
+    EXPECT_EQ(askFor("two", tag[1]).body, "two");
+    EXPECT_EQ(askFor("one", tag[1]).status(), 304);
 }
 
 TEST(Api, CapabilitiesTellProductVersionAndRoot) {

@@ -62,7 +62,7 @@ void HttpServer::onRequest(mg_connection *c, mg_http_message *request) {
     } else if (is("/throw")) {
         throw std::runtime_error("a route failed");
     } else if (!is("/silent")) {
-        const mg_http_serve_opts options = {root_dir.c_str(), root_files};
+        const mg_http_serve_opts options = {root_dir.c_str(), root_files, false};
         mg_http_serve_dir(c, request, &options);
     }
 }
