@@ -32,7 +32,7 @@ std::optional<int> slotIn(const Json::Value &index) {
 void serveStats(const ApiRequest &request) {
     const ApiParts &parts = request.handler().parts;
     Json::Value document = copyOf(*parts.stats);
-    document["current_idx"] = *parts.current_idx % 2;
+    document["current_idx"] = CurrentIdx::slotOf(parts.current_idx->load());
     document["audio_levels"] = audioLevels();
     replyJson(request.connection, document);
 }
@@ -51,7 +51,7 @@ void applyConfig(const ApiRequest &request) {
     const std::string body = request.body();
     checkRoute();
     handler.setCfg(body.substr(0, body.find('\0')));
-    *handler.parts.current_idx = 0;
+    handler.parts.current_idx->choose(0);
     *handler.parts.change_flag = 1;  // the pump may have lowered it before the index was set
     replyStatus(request.connection, true);
 }
@@ -60,7 +60,7 @@ void selectSource(const ApiRequest &request) {
     const ApiParts &parts = request.handler().parts;
     const std::optional<int> slot = slotIn(request.member("index"));
     if (slot) {
-        *parts.current_idx = *slot;
+        parts.current_idx->choose(*slot);
         *parts.change_flag = 1;
     }
     replyStatus(request.connection, slot.has_value());

@@ -53,16 +53,6 @@ int ConfigStore::getUri(std::size_t slot, StreamUri &out) {
     return 0;
 }
 
-std::string ConfigStore::uriString(std::size_t slot) {
-    const MutexLock lock(mutex);
-    try {
-        return renderStreamUri(uris.at(slot));
-    } catch (const std::exception &failure) {
-        puts(failure.what());
-        return "";
-    }
-}
-
 std::string ConfigStore::urisJson() {
     Json::Value list(Json::arrayValue);
     {

@@ -32,9 +32,6 @@ public:
     // alone if there is no such slot.
     [[nodiscard]] int getUri(std::size_t slot, StreamUri &out) EXCLUDES(mutex);
 
-    // The rendering of the address in `slot`, for log lines.
-    std::string uriString(std::size_t slot) EXCLUDES(mutex);
-
     // Both slots as a compact JSON document with the one key `uris`.
     std::string urisJson() EXCLUDES(mutex);
 

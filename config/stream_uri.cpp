@@ -9,11 +9,15 @@
 
 namespace {
 
+// An address is parsed, printed and kept at every opening: a long one would cost seconds.
+constexpr std::size_t kLongestAddress = std::size_t{8} * 1024;
+
 // A parsed URI with its memory. The ranges in it point into the parsed text.
 class ParsedUri {
 public:
-    explicit ParsedUri(const char *text)
-        : valid(uriParseSingleUriA(&uri, text, nullptr) == URI_SUCCESS) {}
+    explicit ParsedUri(const std::string &text)
+        : valid(text.size() <= kLongestAddress &&
+                uriParseSingleUriA(&uri, text.c_str(), nullptr) == URI_SUCCESS) {}
     ~ParsedUri() {
         if (valid) {
             uriFreeUriMembersA(&uri);
@@ -75,9 +79,9 @@ void readQuery(const UriTextRangeA &query, StreamUri &record) {
 }  // namespace
 
 int parseStreamUri(const std::string &text, StreamUri &record) {
-    const ParsedUri parsed(text.c_str());
+    const ParsedUri parsed(text);
     if (!parsed.valid) {
-        printf("bad uri %s\n", text.c_str());
+        printf("bad uri %.*s\n", static_cast<int>(kLongestAddress), text.c_str());
         return 1;
     }
     record.scheme = textOf(parsed.uri.scheme);

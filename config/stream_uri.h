@@ -19,11 +19,10 @@ struct StreamUri {
 };
 
 // Parses `text` into `record`. Requires: `record` is blank.
-// Returns 0, or 1 for a syntax error, which leaves `record` alone. A query that
-// cannot be split is no error: the record then has no options.
-// Query values are percent-decoded with "+" as a blank; `streamid` is percent-decoded
-// once more. Of several pairs with one key the first stands. The fragment is dropped.
-// Every option is printed on stdout.
+// Returns 0, or 1 for a syntax error or a text of more than 8 KB, which leaves `record` alone. A
+// query that cannot be split is no error: the record then has no options. Query values are
+// percent-decoded with "+" as a blank; `streamid` is percent-decoded once more. Of several pairs
+// with one key the first stands. The fragment is dropped. Every option is printed on stdout.
 [[nodiscard]] int parseStreamUri(const std::string &text, StreamUri &record);
 
 // The text of an address for display, the log and the API: values as they are held,

@@ -12,12 +12,12 @@
 #include <pthread.h>
 #include <sched.h>
 #include <srt/srt.h>
-#include <syslog.h>
 
 #include "api/api_handler.h"
 #include "config/config_store.h"
 #include "core/shared/log_ring.h"
 #include "core/shared/shared_words.h"
+#include "core/shared/system_log.h"
 #include "core/standard_streams.h"
 #include "core/stream_pump.h"
 #include "device/route_device.h"
@@ -43,7 +43,7 @@ struct FreeBuffer {
 struct SrtLibrary {
     SrtLibrary() {
         if (srt_startup() == SRT_ERROR) {
-            syslog(LOG_ERR, "Could not start the SRT library: %s", srt_getlasterror_str());
+            systemLog(LOG_ERR, "Could not start the SRT library: %s", srt_getlasterror_str());
             throw 1;
         }
         // Else libsrt writes a line at every receive that times out.
@@ -60,7 +60,7 @@ struct Process {
     LogRing log{kLogLines};
     std::string config_path;
     ChangeFlag change_flag{0};
-    CurrentIdx current_idx{0};
+    CurrentIdx current_idx;
     bool packed = true;
     bool encoder = false;
     bool thumbnails = false;
@@ -77,6 +77,7 @@ void raiseStopFlag(int) {
     stop_flag = 1;
 }
 
+// Also where the starter has blocked them.
 void installStopSignals() {
     struct sigaction action {};
     action.sa_handler = raiseStopFlag;
@@ -85,6 +86,12 @@ void installStopSignals() {
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         sigaction(number, &action, nullptr);
     }
+    sigset_t needed;
+    sigemptyset(&needed);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGALRM}) {  // the last ends long reads
+        sigaddset(&needed, number);
+    }
+    pthread_sigmask(SIG_UNBLOCK, &needed, nullptr);
 }
 
 // libsrt's buffers are large and live as long as a connection. glibc would take the
@@ -136,7 +143,7 @@ void startApi(Process &process) {
 void allocateBuffer(Process &process) {
     process.buffer.reset(static_cast<char *>(malloc(kBufferBytes)));
     if (!process.buffer) {
-        syslog(LOG_ERR, "No memory for the read buffer");
+        systemLog(LOG_ERR, "No memory for the read buffer");
         throw 1;
     }
 }
@@ -196,7 +203,7 @@ int live() {
         startUp(process);
         runPump(process);
     } catch (...) {  // only a start throws, and its steps have said what failed
-        syslog(LOG_ERR, "Start-up failed");
+        systemLog(LOG_ERR, "Start-up failed");
         status = 1;
     }
     shutDown(process);

@@ -14,12 +14,14 @@ public:
     // `rate_bps` 0 paces nothing; above 1,000,000,000 the deadline never moves.
     explicit Pacer(std::uint32_t rate_bps);
 
-    // Moves the deadline by the time that `bytes` take and sleeps until it has come.
-    void pace(std::uint32_t bytes);
+    // Moves the deadline by the time that `bytes` take.
+    void advance(std::uint32_t bytes);
+
+    // Sleeps for half of what is left to the deadline, a second at most. False, without a
+    // sleep, once the deadline has come.
+    [[nodiscard]] bool wait() const;
 
 private:
-    void sleepUntilDeadline() const;
-
     const std::uint32_t rate;        // bits per second, fixed at construction
     const std::uint32_t ns_per_bit;  // fixed at construction
     std::uint64_t true_next;         // microseconds of CLOCK_MONOTONIC

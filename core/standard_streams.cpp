@@ -21,18 +21,26 @@ void fillClosedDescriptors() {
     }
 }
 
-// O_NONBLOCK belongs to the open file, which the starter may share: the pipe is opened
-// once more for this process alone.
-void neverBlockOnPipe(int fd) {
+// What a write waits for is a reader, not a disk.
+bool hasReader(int fd) {
     struct stat status {};
-    if (fstat(fd, &status) == -1 || !S_ISFIFO(status.st_mode)) {
+    return fstat(fd, &status) == 0 &&
+           (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode) || isatty(fd) == 1);
+}
+
+// O_NONBLOCK belongs to the open file, which the starter may share: where that is possible
+// it is opened once more for this process alone. A socket can only be shared.
+void neverWaitForReader(int fd) {
+    if (!hasReader(fd)) {
         return;
     }
     const std::string name = "/proc/self/fd/" + std::to_string(fd);
-    const int own = open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    const int own = open(name.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (own != -1) {
         dup2(own, fd);
         close(own);
+    } else {
+        fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
     }
 }
 
@@ -40,8 +48,8 @@ void neverBlockOnPipe(int fd) {
 
 void prepareStandardStreams() {
     fillClosedDescriptors();
-    neverBlockOnPipe(STDOUT_FILENO);
-    neverBlockOnPipe(STDERR_FILENO);
+    neverWaitForReader(STDOUT_FILENO);
+    neverWaitForReader(STDERR_FILENO);
     signal(SIGPIPE, SIG_IGN);
     setvbuf(stdout, nullptr, _IOLBF, 0);
 }

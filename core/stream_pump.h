@@ -2,12 +2,14 @@
 // run until something ends it, closed, and opened again for ever.
 //
 // Failover, reconnecting and taking up new settings are all this one loop. Moving to
-// the other address is adding 1 to current_idx, whose remainder by 2 is the slot.
+// the other address is one step of current_idx, unless somebody has chosen meanwhile.
 // Nothing on the data path allocates, locks or logs.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <string>
 
 #include "core/shared/shared_words.h"
 
@@ -41,21 +43,24 @@ public:
     StreamPump &operator=(const StreamPump &) = delete;
 
     // Returns once the stop flag is raised, with nothing open. It is seen between two steps;
-    // the longest are a connect (3 s), a host's lookup and the pauses after failures (3 s).
+    // the longest are a connect (3 s) and a host's lookup, which no limit ends.
     void run();
 
 private:
     bool open();
-    bool openSlot(std::size_t slot);
-    void openFailed(std::size_t slot);
+    bool openSlot();
+    void openFailed(const std::string &address);
     void runStream();
     void receive();
     void send();
+    bool sendBuffer(int bytes);
     bool interrupted() const;
+    bool chosenAnew() const;
     void endOfStream();
 
     const PumpParts parts;
-    bool first_failure = false;  // of this run of the opening stage; the decoder logs no other
+    std::uint32_t began_with = 0;  // current_idx when the present attempt or stream began
+    bool first_failure = false;    // of this run of the opening stage; the decoder logs no other
     std::unique_ptr<srt_input> input;    // the open stream of the decoder family
     std::unique_ptr<srt_output> output;  // the open stream of the encoder family
 };

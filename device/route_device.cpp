@@ -8,8 +8,9 @@
 #include <string_view>
 
 #include <fcntl.h>
-#include <syslog.h>
 #include <unistd.h>
+
+#include "core/shared/system_log.h"
 
 namespace {
 
@@ -85,7 +86,7 @@ void RouteDevice::sendRouteUp() const {
         puts("Write error");
         throw 1;
     case sent_t::whole:
-        syslog(LOG_INFO, "Updating route %d", route_number);
+        systemLog(LOG_INFO, "Updating route %d", route_number);
         break;
     }
 }

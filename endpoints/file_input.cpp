@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "endpoints/payload.h"
+#include "endpoints/results.h"
 
 namespace {
 
@@ -32,12 +33,12 @@ file_input_t::~file_input_t() {
 // at top priority.
 ssize_t file_input_t::read(char *buffer, std::size_t length) {
     if (fd < 1) {
-        return -1;
+        return kFailed;
     }
     const ssize_t bytes = ::read(fd, buffer, length / kPayloadBytes * kPayloadBytes);
     if (bytes < 1) {
         usleep(kNothingPauseUs);
-        return -2;
+        return kNothingDone;
     }
     return bytes;
 }

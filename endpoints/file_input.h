@@ -19,8 +19,8 @@ public:
     file_input_t &operator=(const file_input_t &) = delete;
 
     // Reads at most `length` bytes, rounded down to whole payloads. Returns the bytes
-    // read, as few as the device gave; -2 for nothing, the end of the file and every
-    // error; -1 if no file is open.
+    // read, as few as the device gave; kNothingDone for nothing, the end of the file and
+    // every error; kFailed if no file is open.
     virtual ssize_t read(char *buffer, std::size_t length);
 
 private:

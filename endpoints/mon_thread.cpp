@@ -13,6 +13,13 @@
 
 namespace {
 
+// Of a clock that nobody sets.
+time_t monotonicSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec;
+}
+
 constexpr time_t kFirstLineHeadStart = 295;  // seconds, so that the first line comes early
 constexpr time_t kLineInterval = 300;
 constexpr time_t kSampleInterval = 1;
@@ -40,11 +47,11 @@ void logStatus(const MonitorArgs &args) {
 void *mon_thread_entry(void *argument) {
     const auto &args = *static_cast<const MonitorArgs *>(argument);
     printf("%s: E\n", "mon_thread_entry");
-    time_t sampled = time(nullptr);
-    time_t logged = time(nullptr) - kFirstLineHeadStart;
+    time_t sampled = monotonicSeconds();
+    time_t logged = sampled - kFirstLineHeadStart;
     ifMemoryAllows([&] { args.endpoint->clear_stats(args.stats); });
     while (args.stop == 0 && stop_flag == 0) {
-        const time_t now = time(nullptr);
+        const time_t now = monotonicSeconds();
         if (now - sampled > kSampleInterval) {
             ifMemoryAllows([&] { args.endpoint->update_stats(args.stats, args.reserved); });
             sampled = now;

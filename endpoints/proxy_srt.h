@@ -1,8 +1,4 @@
 // What the stats thread sees of an SRT endpoint, whichever way its data flows.
-//
-// Results on the data path, for every endpoint's read and write: above 0 bytes moved;
-// 0 end of stream; -2 nothing done, call again; other negative values are errors.
-// -2 is also how a listener gives control back between the steps of accepting.
 #pragma once
 
 #include <cstdint>

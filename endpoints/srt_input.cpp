@@ -3,9 +3,10 @@
 #include <cstdio>
 #include <sstream>
 
-#include <syslog.h>
 #include <unistd.h>
 
+#include "core/shared/system_log.h"
+#include "endpoints/results.h"
 #include "endpoints/srt_stats.h"
 
 namespace {
@@ -18,7 +19,7 @@ int readPbkeylen(const std::string &value) {
     int pbkeylen = 0;
     std::istringstream(value) >> pbkeylen;
     if (pbkeylen != 0 && pbkeylen != 16 && pbkeylen != 24 && pbkeylen != 32) {
-        syslog(LOG_ERR, "Invalid pbkeylen %d", pbkeylen);
+        systemLog(LOG_ERR, "Invalid pbkeylen %d", pbkeylen);
         throw 1;
     }
     printf("pbkeylen = %d\n", pbkeylen);
@@ -28,8 +29,8 @@ int readPbkeylen(const std::string &value) {
 std::string readPassphrase(const std::string &value) {
     std::string passphrase = percentDecode(value);
     if (passphrase.size() < kLeastPassphrase || passphrase.size() > kMostPassphrase) {
-        syslog(LOG_ERR, "Invalid passphrase length: %d, should be 10-80",
-               static_cast<int>(passphrase.size()));
+        systemLog(LOG_ERR, "Invalid passphrase length: %d, should be 10-80",
+                  static_cast<int>(passphrase.size()));
         throw 1;
     }
     return passphrase;
@@ -129,22 +130,23 @@ int srt_input::readCaller(char *buffer, int length) {
         return received;
     }
     if (nothingCame(srt_getlasterror(nullptr))) {
-        return -2;
+        return kNothingDone;
     }
     fprintf(stderr, "%s\n", srt_getlasterror_str());
-    return 0;
+    return kEndOfStream;
 }
 
 // A client that goes while the receive waits is told by the next call's test.
 int srt_input::readClient(char *buffer, int length) {
     if (link.dropGoneClient()) {
-        return -2;
+        return kNothingDone;
     }
     const int received = srt_recvmsg(link.client_sock, buffer, length);
     if (received != SRT_ERROR) {
         return received;
     }
-    return nothingCame(srt_getlasterror(nullptr)) || isGone(link.client_sock) ? -2 : -1;
+    const bool wait = nothingCame(srt_getlasterror(nullptr)) || isGone(link.client_sock);
+    return wait ? kNothingDone : kFailed;
 }
 
 int srt_input::waitForClient() {
@@ -159,7 +161,7 @@ int srt_input::waitForClient() {
     case accept_result_t::failed:
         break;
     }
-    return -2;
+    return kNothingDone;
 }
 
 void srt_input::update_stats(StatsDocument *stats, std::uint32_t clear) {

@@ -2,7 +2,7 @@
 //
 // A caller is connected once the constructor returns. A listener accepts inside read(),
 // one step a call, so that the pump sees its stop and change flags between the steps;
-// that is why read() so often answers -2. A receive gives up after one second for the
+// that is why read() so often answers kNothingDone. A receive gives up after one second for the
 // same reason: a peer may be alive and silent.
 #pragma once
 
@@ -20,8 +20,9 @@ public:
     void clear_stats(StatsDocument *stats) override;
     int status_line(std::string *line) override;
 
-    // Receives one message. Returns its bytes, at most `length`; 0 when a caller's
-    // stream has ended; -2 when nothing came; -1 when a listener's receive failed.
+    // Receives one message. Returns its bytes, at most `length`; kEndOfStream when a
+    // caller's stream has ended; kNothingDone when nothing came; kFailed when a listener's
+    // receive failed.
     // Requires: `length` holds a whole message (kPayloadBytes and more).
     virtual int read(char *buffer, int length);
 

@@ -1,5 +1,6 @@
 #include "endpoints/srt_link.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -10,7 +11,10 @@
 
 namespace {
 
+using steady_clock = std::chrono::steady_clock;
+
 constexpr int kListenBacklog = 1;
+constexpr std::chrono::seconds kPortRelease{6};  // libsrt 1.5.1 takes four to a little over five
 constexpr int kMostPort = 65535;
 
 struct AddressListDeleter {
@@ -39,6 +43,17 @@ int streamid_check(void *opaque, SRTSOCKET, int, const sockaddr *, const char *p
     }
     return strcmp(static_cast<const char *>(opaque), peer_streamid) == 0 ? 0 : -1;
 }
+
+// The port that this process has listened on last, until libsrt lets go of it, which it
+// does some seconds after the close. Pump's thread only.
+struct {
+    int number = 0;
+    steady_clock::time_point free_at_latest;
+
+    bool mayBeOurs(int port) const {
+        return port == number && steady_clock::now() < free_at_latest;
+    }
+} port_let_go;
 
 [[noreturn]] void failWith(const char *step) {
     fprintf(stderr, "%s: %s\n", step, srt_getlasterror_str());
@@ -128,8 +143,12 @@ void srt_link_t::listen(const StreamUri &uri, bool sending) {
     }
     puts("srt bind");
     if (srt_bind(sock, reinterpret_cast<sockaddr *>(&address), sizeof address) == SRT_ERROR) {
+        if (port_let_go.mayBeOurs(uri.port)) {
+            throw kPortNotFreeYet;
+        }
         failWith("srt_bind");
     }
+    listening_port = uri.port;
     puts("srt listen");
     if (srt_listen(sock, kListenBacklog) == SRT_ERROR) {
         failWith("srt_listen");
@@ -197,6 +216,10 @@ void srt_link_t::closeSockets() const {
         if (open_sock != SRT_INVALID_SOCK) {
             srt_close(open_sock);
         }
+    }
+    if (listening_port != 0) {
+        port_let_go = {.number = listening_port,
+                       .free_at_latest = steady_clock::now() + kPortRelease};
     }
 }
 

@@ -43,7 +43,9 @@ public:
     // connect does. `announcement` is printed before connecting if it is not null.
     void call(const StreamUri &uri, const char *announcement);
 
-    // Listens on a dotted IPv4 address. `sending` says which way the data will flow.
+    // Listens on a dotted IPv4 address. `sending` says which way the data will flow. Throws
+    // kPortNotFreeYet where libsrt still holds the port for a listener that this process has
+    // just closed: the same address can be had within seconds.
     void listen(const StreamUri &uri, bool sending);
 
     // One step of a listener that has no client. Like the listener's, a new client's socket
@@ -70,11 +72,16 @@ public:
     std::string streamid;  // fixed at construction; libsrt keeps a pointer to a listener's
 
 private:
+    int listening_port = 0;  // 0: not bound; fixed at construction of the endpoint
+
     void setPeer(const std::string &host, const std::string &service) EXCLUDES(endpoint_mutex);
 
     mutable Mutex endpoint_mutex;
     std::string endpoint GUARDED_BY(endpoint_mutex);
 };
+
+// Thrown in place of the 1, without a message.
+constexpr int kPortNotFreeYet = 2;
 
 // The integer at the front of an option's text, 0 where there is none.
 int optionNumber(const std::string &value);

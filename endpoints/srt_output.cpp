@@ -4,7 +4,19 @@
 #include <cstdio>
 
 #include "endpoints/payload.h"
+#include "endpoints/results.h"
 #include "endpoints/srt_stats.h"
+
+namespace {
+
+constexpr int kSendTimeoutMs = 1000;
+
+// A send waits for room, but never so long that a stop or new settings hang on it.
+void limitSend(SRTSOCKET sock) {
+    srt_setsockflag(sock, SRTO_SNDTIMEO, &kSendTimeoutMs, sizeof kSendTimeoutMs);
+}
+
+}  // namespace
 
 srt_output::srt_output(const StreamUri &uri) {
     int latency_ms = -1;         // negative: libsrt's default
@@ -36,6 +48,7 @@ srt_output::srt_output(const StreamUri &uri) {
         link.setOption(SRTO_SNDBUF, send_buffer_bytes);
     }
     if (link.mode == kModeCaller) {
+        limitSend(link.sock);
         link.call(uri, nullptr);
     } else {
         link.listen(uri, true);
@@ -49,21 +62,31 @@ int srt_output::write(const char *buffer, int length) {
     if (link.client_sock == SRT_INVALID_SOCK) {
         return acceptStep();
     }
-    return link.dropGoneClient() ? -2 : sendAll(link.client_sock, buffer, length);
+    return link.dropGoneClient() ? kNothingDone : sendAll(link.client_sock, buffer, length);
 }
 
 int srt_output::acceptStep() {
-    if (link.acceptClient() == accept_result_t::nobody) {
+    switch (link.acceptClient()) {
+    case accept_result_t::accepted:
+        limitSend(link.client_sock);
+        break;
+    case accept_result_t::nobody:
         puts("No client, waiting");
+        break;
+    case accept_result_t::failed:
+        break;
     }
-    return -2;
+    return kNothingDone;
 }
 
 int srt_output::sendAll(SRTSOCKET peer, const char *buffer, int length) {
     for (int sent = 0; sent < length; sent += kPayloadBytes) {
         if (srt_send(peer, buffer + sent, std::min(kPayloadBytes, length - sent)) == SRT_ERROR) {
+            if (srt_getlasterror(nullptr) == SRT_ETIMEOUT) {
+                return sent > 0 ? sent : kNothingTaken;
+            }
             fprintf(stderr, "srt_sendmsg: %s\n", srt_getlasterror_str());
-            return 0;
+            return kEndOfStream;
         }
     }
     return length;

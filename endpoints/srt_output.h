@@ -3,7 +3,8 @@
 //
 // A caller is connected once the constructor returns. A listener accepts inside write(),
 // one step a call; the buffer of a call that found no client or has just taken one is
-// not sent. There is no encryption and no pacing on this side.
+// not sent. There is no encryption and no pacing on this side. A send gives up after one
+// second: a peer may be alive and take nothing.
 #pragma once
 
 #include "config/stream_uri.h"
@@ -21,8 +22,9 @@ public:
     int status_line(std::string *line) override;
 
     // Sends all of it, in whole payloads and at most one short one, and returns
-    // `length`. Returns 0 if a send failed, which drops the rest; -2 without a client.
-    // Blocks for as long as libsrt's send buffer is full.
+    // `length`; fewer whole payloads, or kNothingTaken, where libsrt's send buffer stays
+    // full for a second: the rest is the caller's to send again. kEndOfStream if a send
+    // failed, which drops the rest; kNothingDone without a client.
     int write(const char *buffer, int length);
 
 private:

@@ -13,6 +13,7 @@
 
 #include "sim/pacer.h"
 #include "sim/system_error.h"
+#include "sim/wait_until.h"
 
 namespace sim {
 namespace {
@@ -20,6 +21,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kIdle = 2ms;
+constexpr auto kFullFor = 300ms;
 constexpr int kStopCheckMs = 50;
 constexpr int kPipeBytes = 1024 * 1024;  // the most that anyone may ask for
 
@@ -46,15 +48,23 @@ RouteIngress::~RouteIngress() {
     std::remove(kIngressDevice);
 }
 
+bool RouteIngress::floodUntilFull() {
+    floods = true;
+    return waitUntil([this] {
+        const std::uint64_t before = written_pieces;
+        std::this_thread::sleep_for(kFullFor);
+        return written_pieces == before;
+    });
+}
+
 void RouteIngress::run() {
     blockPipeSignal();
     prctl(PR_SET_TIMERSLACK, 1);
     Pacer pacer(options.rate_bps);
     while (!stop) {
         const bool usable = openDevice();
-        if (usable && burst_pieces > 0) {
+        if (usable && floods) {
             writePiece();
-            --burst_pieces;
             pacer.restart();
         } else if (usable && !is_paused) {
             std::this_thread::sleep_until(pacer.next(options.piece_bytes));

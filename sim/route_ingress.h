@@ -1,6 +1,6 @@
 // The stream that an encoder's hardware makes, at /dev/rt_ingress4.
 //
-// As a FIFO it comes at a rate, in pieces of a chosen size, can pause, burst, end (the
+// As a FIFO it comes at a rate, in pieces of a chosen size, can pause, flood, end (the
 // reader then reads nothing, at once) and come back. A FIFO holds at most a megabyte;
 // for one read of 1000 units and for a device that ends there is the plain file.
 #pragma once
@@ -41,9 +41,9 @@ public:
     // Closed: the reader sees the end at each read. comeBack() opens it again.
     void end() { is_ended = true; }
     void comeBack() { is_ended = false; }
-    // So many pieces at once, as fast as the reader takes them, paused or not.
-    void burst(std::uint64_t pieces) { burst_pieces += pieces; }
-    [[nodiscard]] bool burstIsOver() const { return burst_pieces == 0; }
+    // From here on as fast as the reader takes it; returns once the reader takes no more
+    // for a while. False if it never stopped.
+    bool floodUntilFull();
 
     // Whether a reader has the device open and is being written to.
     [[nodiscard]] bool isOpen() const { return is_open; }
@@ -62,7 +62,7 @@ private:
     std::atomic<bool> is_ended{false};
     std::atomic<bool> is_open{false};
     std::atomic<bool> stop{false};
-    std::atomic<std::uint64_t> burst_pieces{0};
+    std::atomic<bool> floods{false};
     std::atomic<std::uint64_t> written_pieces{0};
     std::thread thread;
 };

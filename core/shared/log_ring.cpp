@@ -9,8 +9,9 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <syslog.h>
 #include <unistd.h>
+
+#include "core/shared/system_log.h"
 
 namespace {
 
@@ -62,7 +63,7 @@ FILE *createNewLog() {
 LogRing::LogRing(std::size_t line_count) : lines(line_count) {}
 
 void LogRing::logLine(const char *text) {
-    syslog(LOG_INFO, "%s", text);
+    systemLog(LOG_INFO, "%s", text);
     char line[kLineBytes];
     if (formatLine(line, text) < 1) {
         return;

@@ -157,4 +157,28 @@ TEST(ApiChange, WhileOpeningIsCarriedOutByTheNextStream) {
     EXPECT_EQ(daemon.countLines("mon_thread_entry: E"), 2);
 }
 
+// Both slots fail at once and rest a second, in which somebody chooses.
+TEST(ApiChange, ChoiceMadeWhileOpeningIsTheNextAttempt) {
+    ApiDaemon daemon({.primary = "srt://127.0.0.1:5001", .backup = "srt://127.0.0.1:5002"});
+    int attempts = 1;
+    for (const char *slot : {"0", "0", "1", "1", "0"}) {
+        ASSERT_TRUE(daemon.waitForLine("srt mode not set", attempts++));
+        EXPECT_EQ(ask("/api/source/set", R"({"index":)" + std::string(slot) + "}").body, kSuccess);
+        ASSERT_TRUE(daemon.waitForLine("srt mode not set", attempts));
+        const std::string stats = ask("/api/stats").body;
+        EXPECT_NE(stats.find(std::string("\"current_idx\":") + slot), std::string::npos) << stats;
+    }
+}
+
+TEST(ApiChange, SettingsThatComeDuringAConnectAreTriedNextAndTheLogNamesWhatWasTried) {
+    const sim::UdpSink unit;
+    const SrtSender sender(5000);
+    ApiDaemon daemon({.primary = "srt://127.0.0.1:5099?mode=caller"});
+    ASSERT_TRUE(daemon.waitForLine("srt connect"));
+    ask("/api/cfg/set", sim::configDocument(sender.uri(), ""));
+    EXPECT_TRUE(unit.receivesFrom(sender.id()));
+    EXPECT_EQ(daemon.countLines(": SRT open failed: srt://127.0.0.1:5099?mode=caller"), 2);
+    EXPECT_EQ(daemon.countLines("SRT open failed: "), 2) << "the line and its copy";
+}
+
 }  // namespace

@@ -3,7 +3,12 @@
 
 #include <csignal>
 
+#include <sys/socket.h>
+
 #include "sim/daemon.h"
+#include "sim/file_descriptor.h"
+#include "sim/http_client.h"
+#include "sim/loopback.h"
 #include "sim/srt_sender.h"
 #include "sim/time_namespace.h"
 #include "sim/udp_sink.h"
@@ -134,6 +139,22 @@ TEST_F(Decoder, WrapOfTheClockDoesNotStopAPacedStream) {
     ASSERT_TRUE(waitUntil([&] { return std::chrono::steady_clock::now() > wrap + 100ms; }));
     EXPECT_TRUE(unit.receivesFrom(primary.id()));
     EXPECT_EQ(daemon.stop(kStopLimit), 0);
+}
+
+// libsrt holds the port for seconds longer than its listener lives.
+TEST(DecoderListener, MovesToAnotherAddressOnItsPortButWaitsForNobodyElses) {
+    const sim::FileDescriptor others(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in held = sim::loopback(5003);
+    ASSERT_EQ(bind(others.get(), reinterpret_cast<const sockaddr *>(&held), sizeof held), 0);
+    const auto listener = [](const std::string &address) {
+        return "srt://" + address + "?mode=listener";
+    };
+    Daemon daemon({.primary = listener("127.0.0.1:5003"), .backup = listener("127.0.0.1:5002")});
+    ASSERT_TRUE(daemon.waitForLine("SRT input opened: " + listener("127.0.0.1:5002"), 2));
+    EXPECT_EQ(sim::ask("/api/cfg/set", sim::configDocument(listener("0.0.0.0:5002"), "")).status(),
+              200);
+    EXPECT_TRUE(daemon.waitForLine("SRT input opened: " + listener("0.0.0.0:5002"), 2));
+    EXPECT_EQ(daemon.countLines("SRT open failed"), 2) << "the port that somebody else holds";
 }
 
 }  // namespace

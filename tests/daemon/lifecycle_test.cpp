@@ -5,12 +5,17 @@
 #include <filesystem>
 
 #include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
+#include "sim/file_descriptor.h"
+#include "sim/http_client.h"
 #include "sim/route_driver.h"
 #include "sim/route_ingress.h"
 #include "sim/shimmed_daemon.h"
 #include "sim/srt_receiver.h"
 #include "sim/srt_sender.h"
+#include "sim/system_error.h"
 #include "sim/udp_sink.h"
 #include "tests/support/files.h"
 #include "tests/support/stop_limit.h"
@@ -81,7 +86,7 @@ TEST(Lifecycle, StartFailsInOrderWhereItCannotGoOn) {
         {"read buffer", "No memory for the read buffer",
          [](CallShim &shim) { shim.fail_malloc_of = 1'316'000; }},
         {"unit's socket", "### Unable to create socket: Too many open files",
-         [](CallShim &shim) { shim.fail_in[kShimSocket] = 1; }},
+         [](CallShim &shim) { shim.fail_in[kShimSocket] = 3; }},
         {"API thread", "Could not start the API thread: Resource temporarily unavailable",
          [](CallShim &shim) { shim.fail_in[kShimOwnThread] = 1; }},
         {"SRT library", "Could not start the SRT library",
@@ -96,11 +101,58 @@ TEST(Lifecycle, StartFailsInOrderWhereItCannotGoOn) {
     }
 }
 
-std::string emptied(int pipe) {
-    std::string text(1 << 17, '\0');
-    text.resize(
-        static_cast<std::size_t>(std::max<ssize_t>(read(pipe, text.data(), text.size()), 0)));
-    return text;
+// Two ends of something that waits for its reader, full of what nobody has read.
+struct Stuck {
+    explicit Stuck(const std::array<int, 2> &ends) : read_end(ends[0]), write_end(ends[1]) {
+        fcntl(read_end.get(), F_SETFL, O_NONBLOCK);
+        fcntl(write_end.get(), F_SETFL, O_NONBLOCK);
+        while (write(write_end.get(), "filler", 6) == 6) {
+        }
+        fcntl(write_end.get(), F_SETFL, 0);
+    }
+
+    // All that can be read by now.
+    std::string emptied() const {
+        std::string text;
+        char block[4096];
+        for (ssize_t count = 0; (count = read(read_end.get(), block, sizeof block)) > 0;) {
+            text.append(block, static_cast<std::size_t>(count));
+        }
+        return text;
+    }
+
+    const FileDescriptor read_end, write_end;
+};
+
+std::array<int, 2> pipeEnds() {
+    std::array<int, 2> ends{};
+    check(pipe2(ends.data(), O_CLOEXEC), "make a pipe");
+    return ends;
+}
+
+std::array<int, 2> socketEnds(int type) {
+    std::array<int, 2> ends{};
+    check(socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends.data()), "make a socket pair");
+    return ends;
+}
+
+std::array<int, 2> terminalEnds() {
+    const int master = check(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC), "make a terminal");
+    grantpt(master);
+    unlockpt(master);
+    return {master, check(open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC), "open it")};
+}
+
+// The system's logger, which takes nothing.
+FileDescriptor stuckLogger() {
+    FileDescriptor logger(check(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0), "make a logger"));
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = "/dev/log"};
+    const auto *generic = reinterpret_cast<const sockaddr *>(&address);
+    check(bind(logger.get(), generic, sizeof address), "bind the logger");
+    const FileDescriptor client(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    while (sendto(client.get(), "filler", 6, 0, generic, sizeof address) == 6) {
+    }
+    return logger;
 }
 
 // What the starter may have done to the standard streams must not reach the stream, and an
@@ -109,42 +161,46 @@ TEST(Lifecycle, ClosedFullOrStuckOutputsDoNotStopTheStream) {
     fs::create_directory("/tmp/full");
     ASSERT_EQ(mount("none", "/tmp/full", "tmpfs", 0, "size=8k"), 0);
     writeFile("/tmp/full/rest", std::string(8192, 'x'));
-    int stuck[2];
-    ASSERT_EQ(pipe2(stuck, O_NONBLOCK | O_CLOEXEC), 0);
-    while (write(stuck[1], "filler", 6) == 6) {
-    }
-    fcntl(stuck[1], F_SETFL, 0);
-    int broken[2];
-    ASSERT_EQ(pipe(broken), 0);
+    const FileDescriptor logger = stuckLogger();
+    const Stuck pipe(pipeEnds()), socket(socketEnds(SOCK_STREAM)), terminal(terminalEnds());
+    const auto broken = pipeEnds();
     close(broken[0]);
+    const auto both = [](int fd) { return [fd] { dup2(fd, 1), dup2(fd, 2); }; };
     const struct {
         const char *name;
         std::function<void()> prepare, give_room;
         std::function<std::string()> said;
     } rows[] = {
         {"all three closed", [] { close(0), close(1), close(2); }, {}, {}},
-        {"pipe without a reader", [&] { dup2(broken[1], 1), dup2(broken[1], 2); }, {}, {}},
+        {"pipe without a reader", both(broken[1]), {}, {}},
         {"full disk",
          [] {
              const int full = open("/tmp/full/out", O_WRONLY | O_CREAT | O_APPEND, 0600);
              dup2(full, 1), dup2(full, 2);
          },
          [] { fs::remove("/tmp/full/rest"); }, [] { return readFile("/tmp/full/out"); }},
-        {"pipe that nobody empties", [&] { dup2(stuck[1], 1), dup2(stuck[1], 2); },
-         [&] { emptied(stuck[0]); }, [&] { return emptied(stuck[0]); }},
+        {"pipe that nobody empties", both(pipe.write_end.get()), [&] { pipe.emptied(); },
+         [&] { return pipe.emptied(); }},
+        {"socket that nobody reads", both(socket.write_end.get()), [&] { socket.emptied(); },
+         [&] { return socket.emptied(); }},
+        {"terminal that stands still", both(terminal.write_end.get()), [&] { terminal.emptied(); },
+         [&] { return terminal.emptied(); }},
     };
-    sim::SrtSender sender(5000);
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
-        sim::UdpSink unit;
+        SrtSender sender(5000);
+        UdpSink unit;
         Daemon daemon({.primary = sender.uri(), .before_exec = row.prepare});
+        EXPECT_TRUE(unit.received().grow());
+        EXPECT_EQ(ask("/api/cfg/set", std::string(400'000, '{')).status(), 200);
+        EXPECT_TRUE(waitUntil([&] { return sender.connectionsMade() == 2; }));
         EXPECT_TRUE(unit.received().grow());
         if (row.give_room) {
             row.give_room();
         }
         EXPECT_EQ(daemon.stop(kStopLimit), 0);
         if (row.said) {
-            EXPECT_NE(row.said().find("main exit\n"), std::string::npos);
+            EXPECT_NE(row.said().find("main exit"), std::string::npos);
         }
     }
 }

@@ -24,6 +24,7 @@ TEST(Stop, TakesThreeSecondsAtMostWhateverTheFarEndDoes) {
         const char *name, *product;
         PeerMode mode;
         void (*then)(SrtPeer &);
+        bool flood = false;
     } rows[] = {
         {"decoder calls", "WQ-1", kCalled, streams},
         {"decoder calls, silence", "WQ-1", kCalled, pauses},
@@ -36,10 +37,12 @@ TEST(Stop, TakesThreeSecondsAtMostWhateverTheFarEndDoes) {
         {"encoder calls, far end hangs", "WX-1", kCalled, freezes},
         {"encoder listens", "WX-1", kCalls, streams},
         {"encoder listens, nobody", "WX-1", kCalls, leaves},
+        {"encoder calls, far end takes no more", "WX-1", kCalled, pauses, true},
+        {"encoder listens, far end takes no more", "WX-1", kCalls, pauses, true},
     };
     const UdpSink unit;
     const RouteDriver driver;
-    const RouteIngress ingress;
+    RouteIngress ingress;
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
         const PeerOptions options{.port = 5000, .mode = row.mode};
@@ -48,9 +51,10 @@ TEST(Stop, TakesThreeSecondsAtMostWhateverTheFarEndDoes) {
         SrtPeer &far_end = row.product[1] == 'Q'
                                ? static_cast<SrtPeer &>(sender.emplace(SenderOptions{options}))
                                : receiver.emplace(options);
-        Daemon daemon({.primary = far_end.uri(), .product = row.product});
+        Daemon daemon({.primary = far_end.uri("&sndbuf=100000"), .product = row.product});
         ASSERT_TRUE(waitUntil([&] { return far_end.link().packets > 100; }));
         row.then(far_end);
+        ASSERT_TRUE(!row.flood || ingress.floodUntilFull());
         const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(daemon.stop(10s), 0);
         EXPECT_LE(std::chrono::steady_clock::now() - start, 3s);

@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <thread>
 
-#include <syslog.h>
 #include <unistd.h>
 
 #include "tests/support/files.h"
@@ -34,7 +33,6 @@ std::string messages() {
 }
 
 TEST(LogRing, LineGoesToSyslogStdoutAndFileWithABlankBeforeTheColon) {
-    openlog("tidewell", LOG_PERROR, LOG_USER);
     setenv("TZ", "UTC-1", 1);
     LogRing ring(100);
     const std::string printed = printedBy([&] { ring.logLine("a%20b\n"); });

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "tests/unit/fake_clock.h"
 
 using fake_clock::now_us;
@@ -25,7 +27,9 @@ constexpr std::uint64_t kWrap = std::uint64_t{1} << 32;
 // Microseconds that pacing one message took.
 std::uint64_t pace(Pacer &pacer, std::uint32_t bytes) {
     const std::uint64_t before = now_us;
-    pacer.pace(bytes);
+    pacer.advance(bytes);
+    while (pacer.wait()) {
+    }
     return now_us - before;
 }
 
@@ -56,15 +60,18 @@ TEST(Pacer, LateDataGoesOutAtOnceUntilTheDeadlineHasCaughtUp) {
     }
 }
 
-TEST(Pacer, EachSleepIsHalfOfWhatIsLeft) {
+TEST(Pacer, EachSleepIsHalfOfWhatIsLeftAndASecondAtMost) {
     now_us = 0;
     Pacer pacer(8'000'000);
+    Pacer slow(2460);  // a message takes 4.28 seconds
     std::vector<std::uint64_t> sleeps;
     fake_clock::slept = [&](std::uint64_t us) { sleeps.push_back(us - 1); };
-    pacer.pace(1316);
-    fake_clock::slept = [](std::uint64_t) {};
+    pace(pacer, 1316);
     sleeps.resize(3);
     EXPECT_EQ(sleeps, (std::vector<std::uint64_t>{658, 328, 164}));
+    pace(slow, 1316);
+    fake_clock::slept = [](std::uint64_t) {};
+    EXPECT_EQ(*std::max_element(sleeps.begin(), sleeps.end()), 1'000'000U);
 }
 
 // Whether the deadline is level with the clock or behind it, a wrap of the 32-bit count

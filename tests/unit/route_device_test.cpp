@@ -9,7 +9,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include "sim/route_driver.h"
@@ -60,13 +59,12 @@ protected:
 };
 
 TEST_F(RouteDeviceTest, RouteGoesUpAtTheStartAndDownAtTheEnd) {
-    openlog("t", LOG_PERROR, LOG_USER);
     const std::string told = printedBy([&] {
         const RouteDevice route(3);
         EXPECT_EQ(route.ingressPath(), "/dev/rt_ingress4");
         EXPECT_EQ(commands(1), std::vector{kUp});
     });
-    EXPECT_EQ(told, "t: Updating route 3\n");
+    EXPECT_EQ(told, "tidewell: Updating route 3\n");
     EXPECT_EQ(commands(2), (std::vector{kUp, kDown}));
 }
 

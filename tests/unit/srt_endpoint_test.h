@@ -6,8 +6,6 @@
 #include <memory>
 #include <string>
 
-#include <syslog.h>
-
 #include "config/stream_uri.h"
 #include "endpoints/stats_document.h"
 #include "sim/raw_srt.h"
@@ -34,7 +32,6 @@ protected:
     // All that opening printed, stdout before stderr, and whether it threw the int 1.
     template <typename Endpoint>
     std::string tryToOpen(const StreamUri &uri) {
-        openlog("t", LOG_PERROR, LOG_USER);
         int thrown = 0;
         const std::string text = printedBy([&] {
             try {

@@ -31,7 +31,8 @@ TEST_F(SrtInputTest, OpensOrRefusesAndSaysWhy) {
     const std::string key = kListener + "&pbkeylen=";
     const std::string phrase = kListener + "&passphrase=";
     const auto refused = [](const char *length) {
-        return "t: Invalid passphrase length: " + std::string(length) + ", should be 10-80\nTHROWN";
+        return "tidewell: Invalid passphrase length: " + std::string(length) +
+               ", should be 10-80\nTHROWN";
     };
     const std::tuple<const char *, std::string, std::string> rows[] = {
         {"no port", "srt://127.0.0.1?mode=listener", "THROWN"},
@@ -45,7 +46,7 @@ TEST_F(SrtInputTest, OpensOrRefusesAndSaysWhy) {
          "srt_bind: Connection setup failure: unable to create/configure SRT socket\nTHROWN"},
         {"pbkeylen 0", key + "0", "pbkeylen = 0\n" + opens},
         {"pbkeylen 24", key + "24", "pbkeylen = 24\n" + opens},
-        {"pbkeylen 8", key + "8", "t: Invalid pbkeylen 8\nTHROWN"},
+        {"pbkeylen 8", key + "8", "tidewell: Invalid pbkeylen 8\nTHROWN"},
         {"pbkeylen text", key + "x", "pbkeylen = 0\n" + opens},
         {"passphrase of 9", phrase + "123456789", refused("9")},
         {"passphrase of 10", phrase + "1234567890", opens},

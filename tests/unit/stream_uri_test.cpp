@@ -58,12 +58,17 @@ TEST(StreamUri, ParsesAndRenders) {
 }
 
 TEST(StreamUri, RefusesWhatIsNoUriAndLeavesTheRecordAlone) {
-    for (const char *text : {"srt://[::1:5000", "srt://h:x", "srt://a b:1", "srt://h:1?a=%zz",
-                             "srt://h:1?a=%4", "://", "%"}) {
+    const std::string longest = "srt://h:1?a=" + std::string(8192 - 12, 'a');
+    StreamUri taken;
+    EXPECT_EQ(parseStreamUri(longest, taken), 0);
+    for (const std::string &text :
+         {std::string("srt://[::1:5000"), std::string("srt://h:x"), std::string("srt://a b:1"),
+          std::string("srt://h:1?a=%zz"), std::string("srt://h:1?a=%4"), std::string("://"),
+          std::string("%"), longest + "a"}) {
         StreamUri uri;
         uri.host = "before";
         EXPECT_EQ(printedBy([&] { EXPECT_EQ(parseStreamUri(text, uri), 1); }),
-                  "bad uri " + std::string(text) + "\n");
+                  "bad uri " + text.substr(0, 8192) + "\n");
         EXPECT_EQ(uri.host, "before");
     }
 }
