@@ -11,6 +11,7 @@
 #include <curl/curl.h>
 
 #include "api/firmware_files.h"
+#include "core/shared/shared_words.h"
 
 namespace {
 
@@ -47,6 +48,15 @@ void trustAnyCertificate(CURL *curl) {
     curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 0L);
 }
 
+// A stop of the process does not wait for a transfer.
+void endAtStop(CURL *curl) {
+    const curl_xferinfo_callback look = [](void *, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+        return stop_flag == 0 ? 0 : 1;
+    };
+    curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, look);
+    curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
+}
+
 // Signals are no way to end a name lookup in a process with threads. libcurl gives it a thread
 // of its own, and waits for that thread at the end unless it is told not to.
 void leaveLookupBehind(CURL *curl) {
@@ -65,7 +75,7 @@ bool fetchListing(CURL *curl, std::string &listing) {
     curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
     setTimeLimits(curl);
     trustAnyCertificate(curl);
-    curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 1L);
+    endAtStop(curl);
     leaveLookupBehind(curl);
     const CURLcode result = curl_easy_perform(curl);
     if (result != CURLE_OK) {
@@ -85,6 +95,7 @@ bool fetchFile(const std::string &url, FILE *file) {
     setTimeLimits(curl.get());
     curl_easy_setopt(curl.get(), CURLOPT_FOLLOWLOCATION, 1L);
     trustAnyCertificate(curl.get());
+    endAtStop(curl.get());
     leaveLookupBehind(curl.get());
     curl_easy_setopt(curl.get(), CURLOPT_FAILONERROR, 1L);  // an error page is no script
     const CURLcode result = curl_easy_perform(curl.get());

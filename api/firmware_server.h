@@ -1,5 +1,6 @@
 // The firmware server: its listing, and a download from it. Each holds the API for ten
-// seconds at most; with a libcurl before 7.87 longer where name servers are silent.
+// seconds at most, and for about one once the process has to stop; with a libcurl before 7.87
+// longer where name servers are silent.
 //
 // Nothing proves that a file is what it claims to be: neither checksum nor signature nor
 // certificate is looked at. Who can answer in the server's place owns the unit.

@@ -1,10 +1,11 @@
 #include "api/run_command.h"
 
-#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
@@ -13,7 +14,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "core/shared/shared_words.h"
+
 namespace {
+
+using std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kLongestWait{10'000};
+constexpr std::chrono::milliseconds kLongestWaitAtStop{1'000};
+constexpr std::chrono::milliseconds kBetweenLooks{5};
 
 // The pipe `fd`, opened once more so that it waits for its reader, which this process's own
 // pipes do not and which programs expect. -1 if `fd` is no pipe, or nobody reads it.
@@ -65,8 +74,18 @@ struct SpawnSettings {
     posix_spawnattr_t attributes;
 };
 
+// Children that earlier calls gave up on are taken in too, lest they stay as zombies.
 void waitFor(pid_t child) {
-    while (waitpid(child, nullptr, 0) == -1 && errno == EINTR) {
+    const auto start = steady_clock::now();
+    for (pid_t ended = 0; ended != child && ended != -1;) {
+        ended = waitpid(-1, nullptr, WNOHANG);
+        const auto limit = stop_flag == 0 ? kLongestWait : kLongestWaitAtStop;
+        if (ended == 0 && steady_clock::now() - start >= limit) {
+            return;
+        }
+        if (ended == 0) {
+            std::this_thread::sleep_for(kBetweenLooks);
+        }
     }
 }
 

@@ -10,10 +10,10 @@
 
 #include "config/config_store.h"
 #include "core/pacer.h"
+#include "core/shared/call_limit.h"
 #include "core/shared/log_ring.h"
 #include "endpoints/file_input.h"
 #include "endpoints/mon_thread.h"
-#include "endpoints/read_limit.h"
 #include "endpoints/results.h"
 #include "endpoints/srt_input.h"
 #include "endpoints/srt_output.h"
@@ -170,7 +170,7 @@ void StreamPump::receive() {
 
 void StreamPump::send() {
     const StatsThread stats(output.get(), parts);
-    const ReadLimit limit;
+    const CallLimit limit;
     while (!interrupted()) {
         const ssize_t bytes = parts.file_input->read(parts.buffer, parts.buffer_bytes);
         if (bytes == kNothingDone) {

@@ -1,11 +1,14 @@
 #include "device/audio_levels.h"
 
 #include <cstdio>
-#include <fstream>
+#include <optional>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+
+#include "core/shared/call_limit.h"
+#include "device/device_text.h"
 
 namespace {
 
@@ -20,17 +23,13 @@ constexpr auto kNeverDelivered = static_cast<std::int32_t>(0xAAAAAAAA);
 }  // namespace
 
 std::string audioLevels() {
-    std::ifstream device(kLinePath);
-    if (!device.is_open()) {
-        return readProxyLevels();
-    }
-    std::string line;
-    std::getline(device, line);
-    return "[" + line + "]";
+    const std::optional<std::string> line = readDevice(kLinePath, text_end_t::line);
+    return line ? "[" + line->substr(0, line->find('\n')) + "]" : readProxyLevels();
 }
 
 std::string readProxyLevels() {
     std::array<std::int32_t, kAudioChannels> levels{};
+    const CallLimit limit;
     const int descriptor = open(kDevicePath, O_RDWR | O_CLOEXEC);
     if (descriptor == -1) {
         printf("Failed to open proxy image device(%d)", descriptor);

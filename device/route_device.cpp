@@ -3,14 +3,15 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <fstream>
 #include <sstream>
 #include <string_view>
 
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "core/shared/call_limit.h"
 #include "core/shared/system_log.h"
+#include "device/device_text.h"
 
 namespace {
 
@@ -39,6 +40,7 @@ sent_t sendCommand(int number, std::string_view text) {
     const int head = snprintf(command.data(), command.size(), "service %d", number);
     char *const end = std::copy(text.begin(), text.end(), command.begin() + head);
     const ssize_t length = end - command.begin();
+    const CallLimit limit;
     const int fd = open(kCommandPath, O_WRONLY | O_CLOEXEC);
     if (fd == -1) {
         return sent_t::no_driver;
@@ -65,11 +67,8 @@ std::string RouteDevice::ingressPath() const {
 }
 
 void RouteDevice::ensureRoute() const {
-    std::ifstream report(kReportPath);
-    std::stringstream text;
-    text << report.rdbuf();
-    report.close();
-    for (std::string line; std::getline(text, line);) {
+    std::istringstream report(readDevice(kReportPath, text_end_t::file).value_or(""));
+    for (std::string line; std::getline(report, line);) {
         if (line.starts_with(kReportedRoute)) {
             return;
         }

@@ -23,7 +23,8 @@ public:
     void ensureRoute() const;
 
     // One command, one write. A unit without the driver is no error, only a line on
-    // stdout. Throws the int 1 if the driver took only a part.
+    // stdout; one that keeps silent for a second counts as that. Throws the int 1 if the driver
+    // took only a part.
     void sendRouteUp() const;
 
 private:

@@ -1,10 +1,13 @@
 #include "endpoints/file_input.h"
 
+#include <cerrno>
 #include <cstdio>
 
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "core/shared/call_limit.h"
+#include "core/shared/shared_words.h"
 #include "endpoints/payload.h"
 #include "endpoints/results.h"
 
@@ -12,10 +15,19 @@ namespace {
 
 constexpr useconds_t kNothingPauseUs = 400;
 
+// Some drivers keep the opener waiting; a stop ends that.
+int openDevice(const std::string &path) {
+    const CallLimit limit;
+    int fd = -1;
+    do {
+        fd = open(path.c_str(), O_RDONLY | O_CLOEXEC, 0);
+    } while (fd == -1 && errno == EINTR && stop_flag == 0);
+    return fd;
+}
+
 }  // namespace
 
-file_input_t::file_input_t(const std::string &device_path)
-    : fd(open(device_path.c_str(), O_RDONLY | O_CLOEXEC, 0)) {
+file_input_t::file_input_t(const std::string &device_path) : fd(openDevice(device_path)) {
     if (fd == -1) {
         fprintf(stderr, "file not found: %s", device_path.c_str());
         throw 1;

@@ -1,7 +1,7 @@
 // The encoder family's source: the device through which the route driver delivers the
 // unit's transport stream.
 //
-// Whether the driver's read blocks is the driver's matter. Where it does, a ReadLimit keeps
+// Whether the driver's read blocks is the driver's matter. Where it does, a CallLimit keeps
 // it from lasting longer than a second, so that a stop and new settings are never missed.
 #pragma once
 

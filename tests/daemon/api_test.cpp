@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <regex>
 #include <tuple>
 
@@ -11,18 +12,48 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 
+#include "sim/file_descriptor.h"
 #include "sim/loopback.h"
 #include "sim/proxy_image.h"
 #include "sim/route_driver.h"
+#include "sim/route_ingress.h"
 #include "sim/sandbox.h"
 #include "sim/web_server.h"
 #include "tests/daemon/api_client.h"
 #include "tests/support/files.h"
+#include "tests/support/stop_limit.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
+
+// The unit's devices open and then say nothing, its command tool and the firmware server hang.
+TEST(Api, UnitThatGivesNoAnswerHoldsUpNeitherRepliesNorAStop) {
+    for (const char *device : {"/dev/rt_cmd", "/dev/rt_stat", "/dev/audiolevels"}) {
+        ASSERT_EQ(mkfifo(device, 0600), 0);
+    }
+    writeFile("/usr/local/bin/cmd", "#!/bin/sh\n: >/tmp/running\nexec sleep 60\n");
+    const sim::FileDescriptor server(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const sockaddr_in address = sim::loopback(80);
+    ASSERT_EQ(bind(server.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(server.get(), 1), 0);
+    sim::FileDescriptor fetching;
+    const std::pair<const char *, std::function<void()>> rows[] = {
+        {"/api/wq_input_reset", [] { sim::waitUntil([] { return fs::exists("/tmp/running"); }); }},
+        {"/api/firmware/get",
+         [&] { fetching = sim::FileDescriptor(accept(server.get(), nullptr, nullptr)); }},
+    };
+    sim::RouteIngress ingress;
+    for (const auto &[path, begun] : rows) {
+        ApiDaemon daemon({.product = "WX-1"});
+        EXPECT_EQ(ask("/api/stats").status(), 200);
+        RawClient client(kApiPort);
+        client.send(requestText(path, ""));
+        begun();
+        EXPECT_EQ(daemon.stop(kStopLimit), 0) << path;
+    }
+}
 
 TEST(Api, RepliesToTheLetter) {
     const ApiDaemon daemon({});

@@ -8,9 +8,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "core/shared/call_limit.h"
 #include "endpoints/file_input.h"
 #include "endpoints/payload.h"
-#include "endpoints/read_limit.h"
 #include "endpoints/udp_input.h"
 #include "endpoints/udp_output.h"
 #include "tests/support/files.h"
@@ -98,7 +98,7 @@ TEST_F(FileInput, ReadsWholeUnitsOrWhatThereIs) {
 
 TEST_F(FileInput, SilenceIsToldAfterASecondAndAnEndOrErrorAtOnce) {
     file_input_t input(kPipe);
-    const ReadLimit limit;
+    const CallLimit limit;
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(input.read(buffer, sizeof buffer), -2);
     const std::chrono::duration<double> silence = std::chrono::steady_clock::now() - start;

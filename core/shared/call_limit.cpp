@@ -1,4 +1,4 @@
-#include "endpoints/read_limit.h"
+#include "core/shared/call_limit.h"
 
 #include <csignal>
 
@@ -12,7 +12,7 @@ void justInterrupt(int) {}
 
 }  // namespace
 
-ReadLimit::ReadLimit() {
+CallLimit::CallLimit() {
     struct sigaction action {};  // without SA_RESTART
     action.sa_handler = justInterrupt;
     sigaction(SIGALRM, &action, nullptr);
@@ -26,7 +26,7 @@ ReadLimit::ReadLimit() {
     }
 }
 
-ReadLimit::~ReadLimit() {
+CallLimit::~CallLimit() {
     if (running) {
         timer_delete(timer);
     }
