@@ -21,7 +21,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kIdle = 2ms;
-constexpr auto kFullFor = 300ms;
+constexpr auto kFullFor = 500ms;
 constexpr int kStopCheckMs = 50;
 constexpr int kPipeBytes = 1024 * 1024;  // the most that anyone may ask for
 

@@ -190,8 +190,8 @@ TEST_F(Encoder, StallsLoseNothingAndSendNothingTwice) {
 TEST_F(Encoder, FarEndThatReadsNothingHoldsUpNeitherChoiceNorStop) {
     SrtReceiver primary(5000);
     SrtReceiver backup(5001);
-    Daemon daemon({.primary = primary.uri("&sndbuf=13160"),
-                   .backup = backup.uri("&sndbuf=13160"),
+    Daemon daemon({.primary = primary.uri("&sndbuf=100000"),
+                   .backup = backup.uri("&sndbuf=100000"),
                    .product = "WX-1"});
     ASSERT_TRUE(arrives(primary));
     primary.pause();
