@@ -24,15 +24,16 @@ constexpr std::chrono::milliseconds kLongestWait{10'000};
 constexpr std::chrono::milliseconds kLongestWaitAtStop{1'000};
 constexpr std::chrono::milliseconds kBetweenLooks{5};
 
-// The pipe `fd`, opened once more so that it waits for its reader, which this process's own
-// pipes do not and which programs expect. -1 if `fd` is no pipe, or nobody reads it.
-int openWaitingPipe(int fd) {
+// The pipe or terminal `fd`, opened once more so that it waits for its reader, which this
+// process's own do not and which programs expect. -1 if `fd` is neither, or nobody reads it. A
+// socket cannot be opened: there a program may find that its output is not taken.
+int openWaiting(int fd) {
     struct stat status {};
-    if (fstat(fd, &status) == -1 || !S_ISFIFO(status.st_mode)) {
+    if (fstat(fd, &status) == -1 || (!S_ISFIFO(status.st_mode) && isatty(fd) == 0)) {
         return -1;
     }
     const std::string name = "/proc/self/fd/" + std::to_string(fd);
-    const int pipe = open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    const int pipe = open(name.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (pipe != -1) {
         fcntl(pipe, F_SETFL, 0);
     }
@@ -44,7 +45,7 @@ struct SpawnSettings {
     SpawnSettings() {
         posix_spawn_file_actions_init(&actions);
         for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
-            const int pipe = openWaitingPipe(fd);
+            const int pipe = openWaiting(fd);
             if (pipe != -1) {
                 posix_spawn_file_actions_adddup2(&actions, pipe, fd);
                 pipes.push_back(pipe);

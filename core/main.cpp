@@ -203,8 +203,10 @@ int live() {
         startUp(process);
         runPump(process);
     } catch (...) {  // only a start throws, and its steps have said what failed
-        systemLog(LOG_ERR, "Start-up failed");
-        status = 1;
+        if (stop_flag == 0) {
+            systemLog(LOG_ERR, "Start-up failed");
+            status = 1;
+        }
     }
     shutDown(process);
     return status;

@@ -29,7 +29,8 @@ bool hasReader(int fd) {
 }
 
 // O_NONBLOCK belongs to the open file, which the starter may share: where that is possible
-// it is opened once more for this process alone. A socket can only be shared.
+// it is opened once more for this process alone. A socket can only be shared, so its other
+// users do not wait either, and may undo this.
 void neverWaitForReader(int fd) {
     if (!hasReader(fd)) {
         return;

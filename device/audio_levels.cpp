@@ -1,5 +1,6 @@
 #include "device/audio_levels.h"
 
+#include <chrono>
 #include <cstdio>
 #include <optional>
 
@@ -35,9 +36,11 @@ std::string readProxyLevels() {
         printf("Failed to open proxy image device(%d)", descriptor);
         return levelsText(levels);
     }
+    const auto end_of_patience = std::chrono::steady_clock::now() + std::chrono::seconds(1);
     ioctl(descriptor, kStartReading, kAllChannels);
     levels.fill(kNeverDelivered);
-    for (std::size_t read = 0; read < kAudioChannels; ++read) {
+    for (std::size_t read = 0;
+         read < kAudioChannels && std::chrono::steady_clock::now() < end_of_patience; ++read) {
         usleep(kBetweenReads);
         std::int32_t level = 0;
         const std::size_t channel = readAudioLevel(descriptor, level);

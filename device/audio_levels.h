@@ -12,7 +12,8 @@
 inline constexpr std::size_t kAudioChannels = 16;
 
 // From whichever driver is there; 16 zeros without one. On /dev/proxyimg this takes at
-// least a millisecond. Failures are told on stdout only.
+// least a millisecond, and about two seconds where the driver gives no answer. Failures are told on
+// stdout only.
 std::string audioLevels();
 
 // The same from /dev/proxyimg alone. A channel that no read delivered shows as

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <sstream>
 #include <string_view>
@@ -46,7 +47,11 @@ sent_t sendCommand(int number, std::string_view text) {
         return sent_t::no_driver;
     }
     const ssize_t written = write(fd, command.data(), static_cast<std::size_t>(length));
+    const bool silent = written == -1 && errno == EINTR;
     close(fd);
+    if (silent) {
+        return sent_t::no_driver;
+    }
     return written == length ? sent_t::whole : sent_t::partly;
 }
 

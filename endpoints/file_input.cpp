@@ -29,6 +29,9 @@ int openDevice(const std::string &path) {
 
 file_input_t::file_input_t(const std::string &device_path) : fd(openDevice(device_path)) {
     if (fd == -1) {
+        if (stop_flag != 0) {
+            throw 1;
+        }
         fprintf(stderr, "file not found: %s", device_path.c_str());
         throw 1;
     }

@@ -10,7 +10,8 @@
 #include <sys/types.h>
 
 // Threads: main thread only.  Owner: main(), across all streams.
-// Errors:  the constructor says so on stderr and throws the int 1.
+// Errors:  the constructor says so on stderr and throws the int 1; it throws without a word
+//          where a stop ends its wait for the device.
 class file_input_t {
 public:
     explicit file_input_t(const std::string &device_path);

@@ -10,8 +10,8 @@ struct StatsDocument;
 // Owner:   the pump, through the derived class; the stats thread is joined before the
 //          endpoint is deleted.
 // Errors:  a constructor that fails has said why (but for an address that may not be
-//          opened at all), gives back what it opened and throws the int 1. The operations report
-//          nothing: without a socket they show zeroes.
+//          opened at all), gives back what it opened and throws the int 1; or kPortNotFreeYet
+//          (srt_link.h). The operations report nothing: without a socket they show zeroes.
 class proxy_srt_t {
 public:
     virtual ~proxy_srt_t() = default;

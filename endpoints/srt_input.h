@@ -13,7 +13,7 @@
 // Threads: constructor, read() and close() on the pump's; the rest as in proxy_srt_t.
 class srt_input : public proxy_srt_t {
 public:
-    // Opens the socket and, for a caller, connects. Throws the int 1.
+    // Opens the socket and, for a caller, connects. Throws as proxy_srt_t tells.
     explicit srt_input(const StreamUri &uri);
 
     void update_stats(StatsDocument *stats, std::uint32_t clear) override;

@@ -1,5 +1,7 @@
 #include "endpoints/srt_link.h"
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -44,16 +46,22 @@ int streamid_check(void *opaque, SRTSOCKET, int, const sockaddr *, const char *p
     return strcmp(static_cast<const char *>(opaque), peer_streamid) == 0 ? 0 : -1;
 }
 
-// The port that this process has listened on last, until libsrt lets go of it, which it
-// does some seconds after the close. Pump's thread only.
-struct {
-    int number = 0;
+// A port that this process has listened on, until libsrt lets go of it, which it does some
+// seconds after the close.
+struct let_go_t {
+    int port;  // 0: none
     steady_clock::time_point free_at_latest;
+};
 
-    bool mayBeOurs(int port) const {
-        return port == number && steady_clock::now() < free_at_latest;
-    }
-} port_let_go;
+// The last ones: more are not closed within those seconds. Pump's thread only.
+std::array<let_go_t, 8> ports_let_go;
+std::size_t oldest_let_go = 0;
+
+bool isNotFreeYet(int port) {
+    return std::any_of(ports_let_go.begin(), ports_let_go.end(), [port](const let_go_t &one) {
+        return one.port == port && steady_clock::now() < one.free_at_latest;
+    });
+}
 
 [[noreturn]] void failWith(const char *step) {
     fprintf(stderr, "%s: %s\n", step, srt_getlasterror_str());
@@ -143,7 +151,7 @@ void srt_link_t::listen(const StreamUri &uri, bool sending) {
     }
     puts("srt bind");
     if (srt_bind(sock, reinterpret_cast<sockaddr *>(&address), sizeof address) == SRT_ERROR) {
-        if (port_let_go.mayBeOurs(uri.port)) {
+        if (srt_getlasterror(nullptr) == SRT_EBINDCONFLICT && isNotFreeYet(uri.port)) {
             throw kPortNotFreeYet;
         }
         failWith("srt_bind");
@@ -218,8 +226,8 @@ void srt_link_t::closeSockets() const {
         }
     }
     if (listening_port != 0) {
-        port_let_go = {.number = listening_port,
-                       .free_at_latest = steady_clock::now() + kPortRelease};
+        ports_let_go[oldest_let_go] = {listening_port, steady_clock::now() + kPortRelease};
+        oldest_let_go = (oldest_let_go + 1) % ports_let_go.size();
     }
 }
 

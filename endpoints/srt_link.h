@@ -2,7 +2,7 @@
 // the one client of a listener, and the peer's name. Data does not pass through here.
 //
 // Opening announces its steps on stdout and its failures on stderr, then throws the
-// int 1; whatever was opened is closed again by the destructor.
+// int 1, or kPortNotFreeYet; whatever was opened is closed again by the destructor.
 #pragma once
 
 #include <atomic>

@@ -1,5 +1,6 @@
 #include "core/shared/system_log.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -12,8 +13,20 @@
 namespace {
 
 constexpr const char *kIdentity = "tidewell";
-constexpr const char *kLogger = "/dev/log";
 constexpr std::size_t kMessageBytes = 2048;
+
+// -1, and why in errno, if there is no logger of that type, or it has no room for one more.
+int connectToLogger(int type) {
+    const int fd = socket(AF_UNIX, type | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    const sockaddr_un logger{.sun_family = AF_UNIX, .sun_path = "/dev/log"};
+    if (fd != -1 && connect(fd, reinterpret_cast<const sockaddr *>(&logger), sizeof logger) == -1) {
+        const int error = errno;
+        close(fd);
+        errno = error;
+        return -1;
+    }
+    return fd;
+}
 
 void sendToLogger(int priority, const char *message) {
     char time_text[32] = "";
@@ -25,16 +38,16 @@ void sendToLogger(int priority, const char *message) {
     char line[kMessageBytes + 64];
     const int length = snprintf(line, sizeof line, "<%d>%s %s: %s", LOG_USER | priority, time_text,
                                 kIdentity, message);
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (fd == -1) {
-        return;
+    int fd = connectToLogger(SOCK_DGRAM);
+    std::size_t bytes = static_cast<std::size_t>(length);
+    if (fd == -1 && errno == EPROTOTYPE) {  // some loggers take a stream, with NULs between
+        fd = connectToLogger(SOCK_STREAM);
+        ++bytes;
     }
-    sockaddr_un logger{};
-    logger.sun_family = AF_UNIX;
-    strcpy(logger.sun_path, kLogger);
-    sendto(fd, line, static_cast<std::size_t>(length), MSG_NOSIGNAL,
-           reinterpret_cast<const sockaddr *>(&logger), sizeof logger);
-    close(fd);
+    if (fd != -1) {
+        send(fd, line, bytes, MSG_NOSIGNAL);
+        close(fd);
+    }
 }
 
 }  // namespace

@@ -28,11 +28,12 @@ namespace {
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-// The unit's devices open and then say nothing, its command tool and the firmware server hang.
+// The unit's devices do not open or say nothing, its command tool and the firmware server hang.
 TEST(Api, UnitThatGivesNoAnswerHoldsUpNeitherRepliesNorAStop) {
     for (const char *device : {"/dev/rt_cmd", "/dev/rt_stat", "/dev/audiolevels"}) {
         ASSERT_EQ(mkfifo(device, 0600), 0);
     }
+    const sim::FileDescriptor silent(open("/dev/rt_stat", O_RDWR | O_CLOEXEC));
     writeFile("/usr/local/bin/cmd", "#!/bin/sh\n: >/tmp/running\nexec sleep 60\n");
     const sim::FileDescriptor server(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const sockaddr_in address = sim::loopback(80);
@@ -199,6 +200,7 @@ TEST(Api, RebootIsAnsweredAndUsesShutdownAndWithoutItReboot) {
     EXPECT_EQ(sim::recordedCommands(),
               (std::vector<std::string>{"/sbin/shutdown -r now", "/sbin/reboot ",
                                         "/usr/local/bin/cmd *.dcmd DIT IP RESET"}));
+    const sim::FileDescriptor silent(open("/dev/rt_stat", O_RDWR | O_CLOEXEC));
     writeFile("/usr/local/bin/cmd", "#!/bin/sh\nsleep 0.3\ntouch /tmp/reset\n");
     ask("/api/wq_input_reset");
     EXPECT_TRUE(fs::exists("/tmp/reset")) << "answered when the command has ended";

@@ -173,8 +173,14 @@ TEST_F(Encoder, StallsLoseNothingAndSendNothingTwice) {
     const auto sends = [&] { return daemon.shim->calls[sim::kShimSrtSend].load(); };
     for (int stall = 0; stall < 10; ++stall) {
         far_end.freeze();
-        // The send buffer takes 89 messages; the next is given up after a second.
-        ASSERT_TRUE(waitUntil([&, before = sends()] { return sends() > before + 91; }));
+        // A send that stands still is followed by another once it has been given up.
+        std::uint64_t begun = 0;
+        ASSERT_TRUE(waitUntil([&] {
+            begun = sends();
+            std::this_thread::sleep_for(400ms);
+            return sends() == begun;
+        }));
+        ASSERT_TRUE(waitUntil([&] { return sends() > begun; }));
         far_end.thaw();
         ASSERT_TRUE(arrives(far_end));
     }

@@ -39,7 +39,6 @@ TEST_F(Leaks, FailedOpenings) {
         enabledUri("srt://no.such.name.invalid:5001?mode=caller"),
     };
     const StreamUri unencrypted = enabledUri(kListener + "&passphrase=short");
-    openlog("t", 0, LOG_USER);
     const auto round = [&] {
         for (std::size_t i = 0; i < 1000; ++i) {
             EXPECT_THROW(srt_input{refused[i % std::size(refused)]}, int);

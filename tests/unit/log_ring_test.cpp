@@ -6,8 +6,11 @@
 #include <filesystem>
 #include <thread>
 
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include "sim/file_descriptor.h"
 #include "tests/support/files.h"
 #include "tests/support/printed.h"
 
@@ -35,9 +38,17 @@ std::string messages() {
 TEST(LogRing, LineGoesToSyslogStdoutAndFileWithABlankBeforeTheColon) {
     setenv("TZ", "UTC-1", 1);
     LogRing ring(100);
+    const sim::FileDescriptor logger(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const sockaddr_un address{.sun_family = AF_UNIX, .sun_path = "/dev/log"};
+    ASSERT_EQ(bind(logger.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
     const std::string printed = printedBy([&] { ring.logLine("a%20b\n"); });
     EXPECT_EQ(readFile(kLog), "Jan  4 02:01:01 : a%20b\n");
     EXPECT_EQ(printed, readFile(kLog) + "tidewell: a%20b\n");
+    char sent[100];
+    const ssize_t length = recv(logger.get(), sent, sizeof sent, MSG_DONTWAIT);
+    ASSERT_GT(length, 0);
+    EXPECT_EQ(std::string(sent, static_cast<std::size_t>(length)),
+              "<14>Jan  4 02:01:01 tidewell: a%20b\n");
 }
 
 TEST(LogRing, OneLineTooManyDropsTheOldestFromRingAndFile) {
