@@ -72,7 +72,7 @@ sigset_t blockSignals() {
 }
 
 std::string pageAddress(const sim::PageRelay &relay) {
-    const bool there = sim::apiListens(std::chrono::milliseconds(500));
+    const bool there = sim::apiListens();
     return there ? "http://127.0.0.1:" + std::to_string(relay.port()) + "/" : "";
 }
 
