@@ -9,127 +9,37 @@
 // ---------------------------------------------------------------------------
 // Elements and state
 
-const byId = (id) => $(document.getElementById(id));
+// Every element that has an id, by that id.
+const ui = Object.fromEntries($("[id]").get().map((element) => [element.id, $(element)]));
+ui.overlay = $("<div>", { id: "overlay" }).hide();
+
+// One stream's part of the settings form. `keyOrder` is that of its address.
+function rowOf(word, index, keyOrder) {
+    const name = word.toLowerCase();
+    const tail = index === 0 ? "" : word;
+    return {
+        word, keyOrder, historyKey: `${name}StreamHistory`, history: ui[`${name}StreamHistoryContainer`],
+        failure: ui[`${name}Failure`], failureAge: ui[`${name}FailureAge`], note: ui[`${name}Note`],
+        cell: ui[`idx${index}Select`], enable: ui[`${name}Enable`], mode: ui[`${name}Mode`],
+        address: ui[`${name}Address`], port: ui[`${name}Port`], latency: ui[`${name}Latency`], streamId: ui[`${name}ID`],
+        encryption: ui[`${name}Encryption`], encryptionBox: ui[`${name}EncryptionContainer`],
+        key: ui[`${name}EncryptionKey`], keyBox: ui[`${name}EncryptionKeyContainer`],
+        eye: ui[index === 0 ? "togglePassword" : "backupTogglePassword"],
+        buffer: ui[`rcvbuf${tail}`], flight: ui[`fcBuf${tail}`], flightBox: ui[`fcBufContainer${tail}`],
+    };
+}
 
 const rows = [
-    {
-        word: "Primary",
-        historyKey: "primaryStreamHistory",
-        history: byId("primaryStreamHistoryContainer"),
-        cell: byId("idx0Select"),
-        enable: byId("primaryEnable"),
-        mode: byId("primaryMode"),
-        address: byId("primaryAddress"),
-        port: byId("primaryPort"),
-        latency: byId("primaryLatency"),
-        streamId: byId("primaryID"),
-        encryption: byId("primaryEncryption"),
-        encryptionBox: byId("primaryEncryptionContainer"),
-        key: byId("primaryEncryptionKey"),
-        keyBox: byId("primaryEncryptionKeyContainer"),
-        eye: byId("togglePassword"),
-        buffer: byId("rcvbuf"),
-        flight: byId("fcBuf"),
-        flightBox: byId("fcBufContainer"),
-        keyOrder: ["streamid", "latency", "fc", "buffer", "encryption"],
-    },
-    {
-        word: "Backup",
-        historyKey: "backupStreamHistory",
-        history: byId("backupStreamHistoryContainer"),
-        cell: byId("idx1Select"),
-        enable: byId("backupEnable"),
-        mode: byId("backupMode"),
-        address: byId("backupAddress"),
-        port: byId("backupPort"),
-        latency: byId("backupLatency"),
-        streamId: byId("backupID"),
-        encryption: byId("backupEncryption"),
-        encryptionBox: byId("backupEncryptionContainer"),
-        key: byId("backupEncryptionKey"),
-        keyBox: byId("backupEncryptionKeyContainer"),
-        eye: byId("backupTogglePassword"),
-        buffer: byId("rcvbufBackup"),
-        flight: byId("fcBufBackup"),
-        flightBox: byId("fcBufContainerBackup"),
-        keyOrder: ["streamid", "latency", "encryption", "fc", "buffer"],
-    },
+    rowOf("Primary", 0, ["streamid", "latency", "fc", "buffer", "encryption"]),
+    rowOf("Backup", 1, ["streamid", "latency", "encryption", "fc", "buffer"]),
 ];
 
-const dialog = (name) => ({
-    box: byId(`${name}Modal`),
-    text: byId(`${name}ModalText`),
-    loading: byId(`${name}ModalLoadingText`),
-    confirm: byId(`${name}ConfirmButton`),
-});
-const dialogs = {
-    reboot: dialog("reboot"),
-    restart: dialog("restart"),
-    update: dialog("update"),
-};
-
-const ui = {
-    version: byId("addonVer"),
-    srtVersion: byId("srtVersion"),
-    firmwareLink: byId("noUpdateAlert"),
-    product: byId("prodModel"),
-    serial: byId("prodSerial"),
-    ip1Label: byId("ip1"),
-    ip1: byId("ethIP"),
-    ip2Label: byId("ip2"),
-    ip2: byId("gbeIP"),
-
-    current: byId("currentActive"),
-    currentIndex: byId("currentIndex"),
-    currentMode: byId("currentActiveMode"),
-    currentHost: byId("currentActiveStream"),
-    currentPort: byId("currentActivePort"),
-    currentId: byId("currentActiveID"),
-    currentLatency: byId("currentActiveLatency"),
-    currentEnable: byId("currentEnableStatus"),
-    connectedTime: byId("connectedTime"),
-    thumbnail: byId("imgThumb"),
-    audioCanvas: byId("audioBars"),
-    rateCanvas: byId("bpsGraph"),
-    packetsCanvas: byId("packetsGraph"),
-
-    pingForm: byId("pingForm"),
-    pingInput: byId("pingInput"),
-    sendPing: byId("sendPing"),
-
-    form: byId("setStreamForm"),
-    apply: byId("setStream"),
-    clear: byId("clearStreamChanges"),
-    restartIp: byId("restartIP"),
-
-    copyStats: byId("copyStats"),
-    status: byId("status-parent-container"),
-    statsIndex: byId("statsIndex"),
-    endpoint: byId("srtEndpoint"),
-    bps: byId("srtBPS"),
-    time: byId("statsTime"),
-    maxBandwidth: byId("srtMaxBandwidth"),
-    bandwidth: byId("srtBandwidth"),
-    rtt: byId("srtRTT"),
-    latency: byId("srtMsRcvBuf"),
-    packets: byId("srtPackets"),
-    dropped: byId("srtDropped"),
-    lost: byId("srtLost"),
-    retransmitted: byId("srtRetransmitted"),
-    bufferFree: byId("byteAvailRcvBuf"),
-    bufferUsed: byId("byteRcvBuf"),
-    inFlight: byId("packetsInFlight"),
-    flow: byId("flowStat"),
-    streamId: byId("statsID"),
-    encryption: byId("statsEncryptionType"),
-
-    copyLogs: byId("copyLogs"),
-    log: byId("logOutput"),
-
-    year: byId("currentYear"),
-    updateName: byId("updateLabelVersion"),
-    overlay: $("<div>", { id: "overlay" }).hide(),
-};
+const dialogs = Object.fromEntries(["reboot", "restart", "update", "replace"].map((name) => [name, {
+    box: ui[`${name}Modal`],
+    text: $(`#${name}ModalText`),
+    loading: $(`#${name}ModalLoadingText`),
+    confirm: ui[`${name}ConfirmButton`],
+}]));
 
 const state = {
     currentIndex: 0, // of the last good /api/stats reply: 0 primary, 1 backup
@@ -137,9 +47,18 @@ const state = {
     platform: "",
     version: "",
     firmwareFile: "", // what the update dialog offers
+    wantedVersion: "", // of the update that has just reloaded the page
+    knowsUnit: false, // /api/caps has answered
+    loadedStreams: null, // the addresses in the form as the unit gave them; null before that
+    expected: [], // as JSON texts, the addresses that the unit may have without anybody else's doing
+    applying: false, // from a click on Apply until the form holds what came of it
     formSnapshot: "", // the form's fields as last loaded or applied
+    shownIndex: 0, // whose address the Encryption cell speaks of
+    tellsFailures: true, // false for a unit that lacks the route
     lostPolls: 0,
     lostToast: null, // set while the connection counts as lost
+    focusBefore: null, // what had the focus before the overlay came
+    slow: null, // { limit, pending, outcome } while the unit is at a slow request of this page
 };
 
 // ---------------------------------------------------------------------------
@@ -147,12 +66,20 @@ const state = {
 
 const accent = "#009FD6";
 const lostPollTolerance = 2;
+const slowLimitMs = 15000;
 
 const escapeMarkup = (text) => $("<i>").text(text).html();
 
-// `text` is markup, `title` is not. Errors stay until someone closes them.
+// Errors stay until someone closes them; the library itself would close what
+// others push out of the window.
+class Toast extends Notify {
+    setObserver() {}
+}
+
+// `text` is markup, `title` is not. The newest stands first in its box.
 function showToast(title, text, options = {}) {
-    const toast = new Notify({ position: "right bottom", effect: "fade", title, text, ...options });
+    const toast = new Toast({ position: "right bottom", effect: "fade", title, text, ...options });
+    ui.toasts.scrollTop(0);
     $(toast.wrapper).find(".sn-notify-close")
         .attr({ role: "button", tabindex: 0, "aria-label": "Close" })
         .on("keydown", (event) => {
@@ -168,27 +95,38 @@ function showError(title, text, options = {}) {
     return showToast(title, text, { status: "error", autoclose: false, ...options });
 }
 
-// Only the status of the answer counts: as text, any body will do.
-function post(url, body) {
-    return $.ajax({
-        url,
-        method: "POST",
-        dataType: "text",
-        contentType: "application/json",
-        data: body === undefined ? undefined : JSON.stringify(body),
-    });
+// As text, any body of the answer will do: only its status counts.
+function post(url, body, dataType = "text") {
+    return $.ajax({ url, method: "POST", dataType, contentType: "application/json", data: JSON.stringify(body) });
 }
 
-// A value that the reply lacks leaves the element as it is.
+// Asks again each second until the reply is one that can be used.
+function askUntilKnown(url, isUsable, use) {
+    const again = () => {
+        writeNews(ui.applyNote, "Apply waits for the unit to tell its settings.");
+        setTimeout(askUntilKnown, 1000, url, isUsable, use);
+    };
+    $.getJSON(url).done((reply) => (isUsable(reply) ? use(reply) : again())).fail(again);
+}
+
+// The second click of a double click asks for nothing more.
+function onClick(button, act) {
+    button.on("click", ({ detail }) => (detail < 2 ? act() : undefined));
+}
+
+// A value that the reply lacks leaves the element as it is. A whole number gets
+// its digits in groups, which the style sheet keeps apart.
 function write(element, value) {
-    if (value !== undefined && value !== null) {
-        element.text(value);
-    }
+    if (value === undefined || value === null || element.text() === String(value)) return;
+    const groups = Number.isInteger(value) ? String(value).split(/\B(?=(?:\d{3})+$)/) : [value];
+    element.empty().append(groups.map((text) => $("<span>", { text })));
 }
 
-function writeUnlessZero(element, value) {
-    if (value) {
-        element.text(value);
+// The same text is left alone, so that a selection or a scrolled view stays
+// and a screen reader does not say it again.
+function writeNews(element, text) {
+    if (element.text() !== text) {
+        element.text(text);
     }
 }
 
@@ -201,37 +139,44 @@ function parseStreamUri(uri) {
     }
 }
 
+// The unit decodes some values twice, and gives them back decoded.
+function decodeFully(text) {
+    try {
+        const decoded = decodeURIComponent(text);
+        return decoded === text ? text : decodeFully(decoded);
+    } catch {
+        return text;
+    }
+}
+
 // ---------------------------------------------------------------------------
 // Header
 
 function showCaps(caps) {
-    const product = String(caps.product ?? "");
-    write(ui.version, caps.tidewell_version);
+    const encrypts = caps.platform === "tamarind";
+    write(ui.addonVer, caps.tidewell_version);
     write(ui.srtVersion, caps.srt_version);
-    write(ui.product, caps.product);
-    write(ui.serial, caps.serial);
-    write(ui.ip1, caps.addresses?.[0]?.ETH0);
-    write(ui.ip2, caps.addresses?.[1]?.GBE);
+    write(ui.prodModel, caps.product);
+    write(ui.prodSerial, caps.serial);
+    write(ui.ethIP, caps.addresses?.[0]?.ETH0);
+    write(ui.gbeIP, caps.addresses?.[1]?.GBE);
     state.platform = caps.platform;
     state.version = String(caps.tidewell_version ?? "");
-    state.isEncoder = product.startsWith("WX");
-    ui.restartIp.toggle(product.startsWith("WQ"));
-    applyPlatform();
-}
-
-function applyPlatform() {
-    const encrypts = state.platform === "tamarind";
+    state.isEncoder = caps.product.startsWith("WX");
+    ui.restartIP.toggle(caps.product.startsWith("WQ"));
     if (encrypts) {
-        ui.ip1Label.text("IP1");
-        ui.ip2Label.text("IP2");
+        ui.ip1.text("IP1");
+        ui.ip2.text("IP2");
     }
-    for (const row of rows) {
-        row.encryptionBox.toggle(encrypts);
+    for (const { encryptionBox, keyBox, eye } of rows) {
+        encryptionBox.toggle(encrypts);
         if (!encrypts) {
-            row.keyBox.hide();
-            row.eye.hide();
+            keyBox.add(eye).hide();
         }
     }
+    state.knowsUnit = true;
+    becomeKnown();
+    checkUpdate();
 }
 
 // ---------------------------------------------------------------------------
@@ -246,32 +191,68 @@ function showStreams(uris, index) {
     rows.forEach((row, i) => {
         row.cell.css("visibility", uris[i]?.enable === true ? "visible" : "hidden");
     });
+    if (index !== state.shownIndex) {
+        ui.statsEncryptionType.text("Not Encrypted");
+        state.shownIndex = index;
+    }
     showCurrentStream(uris[index], parseStreamUri(uris[index]?.uri));
 }
 
 function showCurrentStream(stream, url) {
     const enabled = stream?.enable === true;
-    ui.currentEnable.text(enabled ? "ON" : "OFF");
-    ui.current.css("color", enabled ? "inherit" : "red");
+    ui.currentEnableStatus.text(enabled ? "ON" : "OFF");
+    ui.currentActive.css("color", enabled ? "inherit" : "red");
 
     const mode = url.searchParams.get("mode") ?? "";
     const id = url.searchParams.get("streamid");
     const latency = url.searchParams.get("latency");
-    ui.currentMode.text(mode.replace(/\b\w/g, (letter) => letter.toUpperCase()));
-    ui.currentHost.text(url.hostname === "0.0.0.0" ? "" : url.hostname);
-    ui.currentPort.text(`Port ${url.port}`);
-    ui.currentId.text(id === null ? "" : `- ID ${id}`);
-    ui.streamId.text(id ?? " ");
-    ui.currentLatency.text(latency === null ? "" : `- Latency ${latency}`);
+    ui.currentActiveMode.text(mode.replace(/\b\w/g, (letter) => letter.toUpperCase()));
+    ui.currentActiveStream.text(url.hostname === "0.0.0.0" ? "" : url.hostname);
+    ui.currentActivePort.text(`Port ${url.port}`);
+    ui.currentActiveID.text(id === null ? "" : `- ID ${id}`);
+    ui.statsID.text(id ?? " ");
+    ui.currentActiveLatency.text(latency === null ? "" : `- Latency ${latency}`);
 
     const keyLength = url.searchParams.get("pbkeylen");
     if (keyLength !== null) {
-        ui.encryption.text({ 16: "AES128", 32: "AES256" }[keyLength] ?? "Not encrypted");
+        ui.statsEncryptionType.text({ 16: "AES128", 32: "AES256" }[keyLength] ?? "Not encrypted");
     }
+    const isLeftOver = keyLength === null && ui.statsEncryptionType.text().startsWith("AES");
+    ui.encryptionNote.text(isLeftOver ? "until the last change: the address sets none now" : "");
 }
 
-function showConnectedTime(text, color) {
-    ui.connectedTime.text(`Connected ${text}`).css({ color, fontWeight: "bold" });
+// Without a text, no stream is connected.
+function showConnectedTime(text) {
+    ui.connectedTime.text(`Connected ${text || "0s"}`).css({ color: text ? accent : "#ffdb3d", fontWeight: "bold" });
+    return text ? showFailures([]) : requestFailures();
+}
+
+// Why no stream is connected: the last failure of each address.
+const failureWords = {
+    bad_address: "the address cannot be used",
+    name_lookup: "the host's name was not found",
+    refused: "the far end refused the connection",
+    bad_secret: "the key is not that of the far end",
+    timeout: "no answer from the far end",
+    bind: "the port is taken on this unit",
+    other: "could not be opened, see Logs",
+};
+
+function requestFailures() {
+    if (!state.tellsFailures) return;
+    $.getJSON("/api/failures").done((reply) => showFailures(reply?.failures)).fail(({ status }) => {
+        state.tellsFailures = status !== 404;
+        showFailures([]);
+    });
+}
+
+// The age stands beside what screen readers watch, else they would read each second.
+function showFailures(failures) {
+    rows.forEach((row, slot) => {
+        const failure = Array.isArray(failures) ? failures.find((each) => each?.slot === slot) : undefined;
+        writeNews(row.failure, failure ? `${row.word}: ${failureWords[failure.reason] ?? failureWords.other}` : "");
+        row.failureAge.text(failure ? `, ${formatTime(failure.age).trim() || "0s"} ago` : "");
+    });
 }
 
 // ---------------------------------------------------------------------------
@@ -293,9 +274,9 @@ function buildCharts() {
     Chart.defaults.font.family = getComputedStyle(document.body).fontFamily;
     // A poll a second is motion enough, and a chart that glides costs CPU time.
     Chart.defaults.animation = false;
-    audioChart = new Chart(ui.audioCanvas[0], audioChartConfig());
-    rateChart = new Chart(ui.rateCanvas[0], rateChartConfig());
-    packetsChart = new Chart(ui.packetsCanvas[0], packetsChartConfig());
+    audioChart = new Chart(ui.audioBars[0], audioChartConfig());
+    rateChart = new Chart(ui.bpsGraph[0], rateChartConfig());
+    packetsChart = new Chart(ui.packetsGraph[0], packetsChartConfig());
 }
 
 function audioChartConfig() {
@@ -320,20 +301,12 @@ function audioChartConfig() {
 }
 
 function rateChartConfig() {
+    const line = { fill: true, borderWidth: 1, borderColor: "#009fd6", backgroundColor: "#009fd680", pointRadius: 0, pointHitRadius: 8 };
     return {
         type: "line",
         data: {
             labels: Array(ratePoints).fill(""),
-            datasets: [{
-                label: "Mbs",
-                data: Array(ratePoints).fill(0),
-                fill: true,
-                borderWidth: 1,
-                borderColor: "#009fd6",
-                backgroundColor: "#009fd680",
-                pointRadius: 0,
-                pointHitRadius: 8,
-            }],
+            datasets: [{ label: "Mbs", data: Array(ratePoints).fill(0), ...line }],
         },
         options: {
             aspectRatio: 2.5,
@@ -344,18 +317,12 @@ function rateChartConfig() {
 }
 
 function packetsChartConfig() {
-    const colors = ["75, 192, 192", "255, 99, 132", "255, 159, 64", "255, 205, 86"];
+    const colors = (alpha) => ["75, 192, 192", "255, 99, 132", "255, 159, 64", "255, 205, 86"].map((rgb) => `rgba(${rgb}, ${alpha})`);
     return {
         type: "bar",
         data: {
             labels: ["Total", "Lost", "Dropped", "Retrans"],
-            datasets: [{
-                label: "Packets",
-                data: [],
-                borderWidth: 1,
-                backgroundColor: colors.map((color) => `rgba(${color}, 0.5)`),
-                borderColor: colors.map((color) => `rgba(${color}, 1)`),
-            }],
+            datasets: [{ label: "Packets", data: [], borderWidth: 1, backgroundColor: colors(0.5), borderColor: colors(1) }],
         },
         options: {
             aspectRatio: 1.8,
@@ -376,6 +343,13 @@ function addRate(mbps) {
     rateChart.update();
 }
 
+// The levels also as text, for whoever does not see the chart.
+function showLevels(levels) {
+    drawBars(audioChart, levels);
+    const percents = levels.map((level) => (level < 0 ? "none" : Math.min(100, Math.round(level / 660))));
+    ui.audioLevels.text(levels.length === 0 ? "No levels" : `Channels 1 to ${levels.length}, in percent: ${percents.join(", ")}`);
+}
+
 function drawBars(chart, values) {
     chart.data.datasets[0].data = values;
     chart.update();
@@ -390,7 +364,13 @@ function drawPackets(counters) {
 // ---------------------------------------------------------------------------
 // Thumbnail
 
+const stillAfterMs = 10000;
+const sample = $("<canvas>").attr({ width: 160, height: 90 })[0].getContext("2d", { willReadFrequently: true });
+let shownPixels = [];
+let changedAt; // performance.now() of the last image that was another; undefined without one
+
 function thumbnailPass() {
+    showStillness();
     if (!navigator.onLine) {
         clearThumbnail();
         setTimeout(thumbnailPass, 1000);
@@ -398,39 +378,46 @@ function thumbnailPass() {
     }
     $.getJSON("/api/caps")
         .always(() => setTimeout(thumbnailPass, 1000))
-        .done((caps) => showThumbnail(caps?.product))
-        .fail((_, reason) => {
-            if (reason === "parsererror") {
-                clearThumbnail();
-            }
-        });
+        .done((caps) => (typeof caps?.product === "string" ? showThumbnail(caps.product) : clearThumbnail()))
+        .fail((_, reason) => reason === "parsererror" && clearThumbnail());
 }
 
 function showThumbnail(product) {
-    if (typeof product !== "string") {
-        clearThumbnail();
-        return;
-    }
     const route = product.startsWith("WX") ? "/api/encthumb" : "/api/thumb";
-    ui.thumbnail.attr("src", `${route}?time=${Date.now()}`);
+    ui.imgThumb.attr("src", `${route}?time=${Date.now()}`);
 }
 
 // Without the attribute there is no broken-image mark; an empty one would
 // count as a failed load again.
 function clearThumbnail() {
-    ui.thumbnail.removeAttr("src");
+    ui.imgThumb.removeAttr("src");
+    changedAt = undefined;
+}
+
+function noteThumbnail() {
+    sample.drawImage(ui.imgThumb[0], 0, 0, 160, 90);
+    const pixels = new Uint32Array(sample.getImageData(0, 0, 160, 90).data.buffer);
+    if (changedAt === undefined || pixels.some((pixel, i) => pixel !== shownPixels[i])) {
+        shownPixels = pixels;
+        changedAt = performance.now();
+    }
+}
+
+function showStillness() {
+    const still = performance.now() - changedAt;
+    ui.thumbnailAge.text(still >= stillAfterMs ? `, unchanged for ${formatTime(still / 1000).trim()}` : "");
 }
 
 // The image that the markup names may have failed before this script came.
 function armThumbnail() {
-    const [image] = ui.thumbnail.on("error", clearThumbnail);
+    const [image] = ui.imgThumb.on({ error: clearThumbnail, load: noteThumbnail });
     if (image.complete && image.naturalWidth === 0) {
         clearThumbnail();
     }
 }
 
 // ---------------------------------------------------------------------------
-// Status grid, and the walk through a stats reply that fills the panels above
+// Status grid, the walk through a stats reply that fills the panels above, logs
 
 function statsPass() {
     if (!navigator.onLine) {
@@ -442,7 +429,8 @@ function statsPass() {
     $.getJSON("/api/stats")
         .always(() => setTimeout(statsPass, 1000))
         .done((stats) => showStats(stats ?? {}))
-        .fail(() => {
+        .fail((_, reason) => {
+            if (reason === "timeout" && performance.now() < state.slow?.limit) return;
             addRate(0);
             countLostPoll();
         });
@@ -451,11 +439,12 @@ function statsPass() {
 
 function showStats(stats) {
     closeLostToast();
+    endSlow();
     if (!walkStats(stats)) {
         console.log("No stream stats provided");
-        showConnectedTime("0s", "#ffdb3d");
+        showConnectedTime("");
         addRate(0);
-        drawBars(audioChart, []);
+        showLevels([]);
     }
 }
 
@@ -466,17 +455,17 @@ function walkStats(stats) {
     if (!recv) return false;
     showBuffers(recv);
     if (!flowWindow) return false;
-    write(ui.inFlight, flowWindow.flight);
-    write(ui.flow, flowWindow.flow);
+    write(ui.packetsInFlight, flowWindow.flight);
+    write(ui.flowStat, flowWindow.flow);
     if (!link) return false;
     showLink(link);
-    writeUnlessZero(ui.latency, recv.msRcvBuf || recv.msSndBuf);
+    write(ui.srtMsRcvBuf, recv.msRcvBuf || recv.msSndBuf || null);
     showCounters(recv);
-    write(ui.endpoint, stats.endpoint);
+    write(ui.srtEndpoint, stats.endpoint);
     showTime(stats.time);
     const levels = parseLevels(stats.audio_levels);
     if (!levels) return false;
-    drawBars(audioChart, levels);
+    showLevels(levels);
     addRate(toMegabits(link.bps));
     drawPackets([recv.packets, recv.packetsLost, recv.packetsDropped, recv.packetsRetransmitted]);
     return true;
@@ -494,11 +483,10 @@ function showCurrentIndex(stats) {
     ui.statsIndex.text(word);
 }
 
-// The two families send the same values under different keys.
+// The two families send the same values under different keys. Zeros are passed over.
 function showBuffers(recv) {
-    const free = recv.byteAvailRcvBuf || recv.byteAvailSndBuf;
-    writeUnlessZero(ui.bufferFree, free && free / 1000000);
-    writeUnlessZero(ui.bufferUsed, recv.byteRcvBuf || recv.byteSndBuf);
+    write(ui.byteAvailRcvBuf, (recv.byteAvailRcvBuf || recv.byteAvailSndBuf) / 1000000 || null);
+    write(ui.byteRcvBuf, recv.byteRcvBuf || recv.byteSndBuf || null);
 }
 
 // Nothing if the reply lacks the rate.
@@ -508,36 +496,29 @@ function toMegabits(bps) {
 }
 
 function showLink(link) {
-    write(ui.bps, toMegabits(link.bps));
-    write(ui.maxBandwidth, link.maxBandwidth);
-    write(ui.bandwidth, link.bandwidth);
-    write(ui.rtt, link.rtt);
+    write(ui.srtBPS, toMegabits(link.bps));
+    write(ui.srtMaxBandwidth, link.maxBandwidth);
+    write(ui.srtBandwidth, link.bandwidth);
+    write(ui.srtRTT, link.rtt);
 }
 
 function showCounters(recv) {
-    write(ui.packets, recv.packets);
-    write(ui.dropped, recv.packetsDropped);
-    write(ui.lost, recv.packetsLost);
-    write(ui.retransmitted, recv.packetsRetransmitted);
+    write(ui.srtPackets, recv.packets);
+    write(ui.srtDropped, recv.packetsDropped);
+    write(ui.srtLost, recv.packetsLost);
+    write(ui.srtRetransmitted, recv.packetsRetransmitted);
 }
 
 function showTime(seconds) {
     if (seconds === undefined) return;
     const text = formatTime(seconds);
-    ui.time.text(text || "0s");
-    if (seconds > 0) {
-        showConnectedTime(text, accent);
-    } else {
-        showConnectedTime("0s", "#ffdb3d");
-    }
+    ui.statsTime.text(text || "0s");
+    showConnectedTime(seconds > 0 ? text : "");
 }
 
 // 90061 seconds read "1 day, 1h1m 1s": one hour brings no blank of its own.
 function formatTime(time) {
-    const days = Math.floor(time / 86400);
-    const hours = Math.floor((time % 86400) / 3600);
-    const minutes = Math.floor((time % 3600) / 60);
-    const seconds = Math.floor(time % 60);
+    const [days, hours, minutes, seconds] = [time / 86400, time % 86400 / 3600, time % 3600 / 60, time % 60].map(Math.floor);
     return [
         days > 0 ? days + (days === 1 ? " day, " : " days ") : "",
         hours > 0 ? hours + (hours === 1 ? "h" : "h ") : "",
@@ -556,19 +537,9 @@ function parseLevels(text) {
     }
 }
 
-// ---------------------------------------------------------------------------
-// Logs
-
 function requestLog() {
-    $.ajax({ url: "/proxy.log", dataType: "text" }).done(showLog);
-}
-
-// The same text is left alone, so that a selection or a scrolled view stays.
-function showLog(text) {
-    const newestFirst = text.split("\n").reverse().join("\n");
-    if (newestFirst !== ui.log.text()) {
-        ui.log.text(newestFirst);
-    }
+    $.ajax({ url: "/proxy.log", dataType: "text" })
+        .done((text) => writeNews(ui.logOutput, text.split("\n").reverse().join("\n")));
 }
 
 // ---------------------------------------------------------------------------
@@ -578,7 +549,7 @@ function showLog(text) {
 function countLostPoll() {
     state.lostPolls += 1;
     if (state.lostToast || state.lostPolls < lostPollTolerance) return;
-    ui.overlay.show();
+    blockPage(true);
     state.lostToast = showError("Connection lost", "Check network connection or reboot the unit and try again.", {
         type: "filled",
         showCloseButton: false,
@@ -590,15 +561,53 @@ function closeLostToast() {
     state.lostToast.close();
     state.lostToast = null;
     state.lostPolls = 0;
-    ui.overlay.hide();
+    blockPage(false);
+}
+
+// All but the toasts, for the keyboard as well.
+function blockPage(blocked) {
+    if (blocked) {
+        state.focusBefore = document.activeElement;
+    }
+    ui.overlay.toggle(blocked);
+    $(document.body).children().not(ui.toasts.add(ui.overlay)).prop("inert", blocked);
+    if (!blocked && document.activeElement === document.body) {
+        state.focusBefore.focus();
+    }
+}
+
+// The unit answers one request after the other, and some of them hold it for
+// seconds: that is no lost connection. `failure` is told if nothing comes of it.
+function waitFor(doing, request, failure = "") {
+    const slow = { limit: performance.now() + slowLimitMs, pending: true, outcome: "" };
+    state.slow = slow;
+    setTimeout(() => state.slow === slow && writeNews(ui.waitNote, `The unit is ${doing} and answers nothing else until that ends.`), 500);
+    request.fail(() => { slow.outcome = failure; }).always((_, reason) => {
+        slow.pending = false;
+        if (reason !== "timeout" && state.slow === slow) {
+            endSlow();
+        }
+    });
+}
+
+// Past its time limit a request may still hold the unit, until that answers another.
+function endSlow() {
+    if (state.slow === null || state.slow.pending) return;
+    writeNews(ui.waitNote, state.slow.outcome);
+    state.slow = null;
+    setTimeout(() => state.slow === null && writeNews(ui.waitNote, ""), 10000);
 }
 
 // ---------------------------------------------------------------------------
 // Stream selection
 
 function showSelection(row, isCurrent) {
+    const hasFocus = row.cell.find(":focus").length > 0;
     row.cell.children("button").toggle(!isCurrent);
     row.cell.children("span").toggle(isCurrent);
+    if (hasFocus) {
+        row.cell.children(isCurrent ? "span" : "button").trigger("focus");
+    }
 }
 
 function selectStream(index) {
@@ -610,11 +619,29 @@ function selectStream(index) {
 // ---------------------------------------------------------------------------
 // Settings form: from the unit's addresses to the fields
 
-function loadForm() {
-    $.getJSON("/api/cfg/get").done((reply) => {
-        rows.forEach((row, i) => loadRow(row, reply?.uris?.[i]));
+// `sent`: the records that the unit has just been given.
+function loadForm(sent = []) {
+    askUntilKnown("/api/cfg/get", (reply) => Array.isArray(reply?.uris), ({ uris }) => {
+        rows.forEach((row, i) => loadRow(row, uris[i]));
         takeSnapshot();
+        state.loadedStreams = uris;
+        state.applying = false;
+        becomeKnown();
+        const refused = sent.filter(({ idx, enable, uri }) => enable !== uris[idx]?.enable || !isSameAddress(uri, uris[idx].uri));
+        state.expected = [JSON.stringify(uris), ...(refused.length > 0 ? state.expected : [])];
+        tellRefusal(refused);
     });
+}
+
+// What the form has to know before it can build an address.
+const isKnown = () => state.knowsUnit && state.loadedStreams !== null;
+
+function becomeKnown() {
+    rows.forEach(({ history }) => history.children().prop("disabled", state.loadedStreams === null));
+    if (!isKnown()) return;
+    ui.setStream.prop("disabled", false);
+    ui.applyNote.text("");
+    rows.forEach((row, i) => writeNews(row.note, noteOn(row, state.loadedStreams[i]?.uri ?? "")));
 }
 
 function loadRow(row, stream) {
@@ -673,9 +700,36 @@ function toggleKey(row) {
 // ---------------------------------------------------------------------------
 // Settings form: from the fields to the unit's addresses
 
+// Another page or program may have changed the settings since the form was loaded.
 function apply() {
+    if (!isKnown() || state.applying) return;
+    state.applying = true;
+    const before = state.formSnapshot;
     takeSnapshot();
-    postStreams(rows.map((row, idx) => ({ idx, enable: isEnabled(row), uri: buildUri(row) })));
+    const records = rows.map((row, idx) => ({ idx, enable: isEnabled(row), uri: buildUri(row) }));
+    const goOn = () => postStreams(records);
+    const giveUp = () => {
+        state.applying = false;
+        state.formSnapshot = before;
+        showChanges();
+    };
+    $.getJSON("/api/cfg/get").fail(failToPost).done((reply) => {
+        const isExpected = state.expected.includes(JSON.stringify(reply?.uris));
+        return isExpected ? goOn() : askToReplace(reply?.uris, goOn, giveUp);
+    });
+}
+
+function askToReplace(uris, replace, cancel) {
+    const describe = ({ word }, i) => `${word}: ${uris?.[i]?.uri.replace(/(passphrase=)[^&]+/, "$1…")} (${uris?.[i]?.enable ? "On" : "Off"})`;
+    ui.replaceStreams.text(rows.map(describe).join("\n"));
+    let then = cancel;
+    dialogs.replace.confirm.off().on("click", () => { then = replace; });
+    ui.replaceLoadButton.off().on("click", () => { then = loadForm; });
+    dialogs.replace.box.one("hidden.bs.modal", () => {
+        then();
+        ui.setStream.trigger("focus");
+    });
+    modalOf(dialogs.replace).show();
 }
 
 const isEnabled = (row) => row.enable.val() !== "false";
@@ -711,38 +765,84 @@ function postStreams(records) {
             const lines = records.map(({ idx, uri }) => `<br/>${rows[idx].word}: ${escapeMarkup(uri)}`);
             showToast("Set Stream", `Succeeded!${lines.join("")}`);
             loadHistories();
-            loadForm();
+            loadForm(records);
         })
-        .fail(() => showError("Set Stream", "Failed: Settings not applied. Please try again"));
+        .fail(failToPost);
+}
+
+function failToPost() {
+    state.applying = false;
+    showError("Set Stream", "Failed: Settings not applied. Please try again");
+}
+
+// A success that the unit answers does not say that it took the settings. Of
+// those that it refuses it keeps a part until it next reads its file.
+function tellRefusal(records) {
+    if (records.length === 0) return;
+    const lines = records.map(({ idx, uri }) => `${rows[idx].word}: the unit did not take these settings. ${escapeMarkup(hintOn(uri))}`);
+    showError("Set Stream", lines.join("<br/>"));
+    setTimeout(() => serializeForm() === state.formSnapshot && loadForm(), 3000);
+}
+
+// ---------------------------------------------------------------------------
+// Settings form: what an address says beyond its fields
+
+const addressPattern = /^(?<scheme>[^:/?]*):\/\/(?:(?<user>[^/?]*)@)?(?<host>\[[^\]]*\]|[^:/?]*)(?::(?<port>\d*))?(?<path>[^?]*)\??(?<query>[^]*)$/;
+
+// What an address says, each thing as a text; of two equal keys the first stands.
+function saidBy(uri) {
+    const { scheme, user, host, port, path, query } = addressPattern.exec(uri)?.groups ?? { path: uri };
+    const named = Object.entries({ scheme, user, address: host?.toLowerCase(), port: Number(port), path });
+    const pairs = decodeFully(query ?? "").replaceAll("+", " ").split("&").filter(Boolean);
+    const options = new Map(pairs.reverse().map((pair) => [pair.split("=", 1)[0], pair.replace(/=$/, "")]));
+    return new Set([...named.filter(([, value]) => value).map((pair) => pair.join(" ")), ...[...options.values()].reverse()]);
+}
+
+const missingFrom = (said, other) => [...said].filter((thing) => !other.has(thing));
+
+function isSameAddress(uri, other) {
+    const [said, otherSaid] = [saidBy(uri), saidBy(other)];
+    return missingFrom(said, otherSaid).length + missingFrom(otherSaid, said).length === 0;
+}
+
+// What no address may hold, and how to write it.
+function hintOn(uri) {
+    const refused = uri.replace(/^srt:\/\/\[[^\]]*\]/, "").match(/[^\w.~:/?@!$&'()*+,;=%-]|%(?![\da-f]{2})/giu) ?? [];
+    return [...new Set(refused)].map((letter) => `Write ${encodeURIComponent(letter)} for "${letter}".`).join(" ");
+}
+
+// About a row as it was loaded; empty if Apply would send all of it.
+function noteOn(row, uri) {
+    const built = buildUri(row);
+    const lost = missingFrom(saidBy(uri), saidBy(built));
+    const also = lost.length > 0 ? `Also set: ${lost.join(", ")}, lost with Apply. ` : "";
+    const hint = hintOn(built);
+    return also + (hint && `The unit will refuse what stands here. ${hint}`);
 }
 
 // ---------------------------------------------------------------------------
 // Settings form: history, kept in this browser
 
 const historyLength = 10;
-const histories = [[], []]; // whole addresses, oldest first
 
-function loadHistories() {
-    rows.forEach((row, idx) => {
-        histories[idx] = readHistory(row.historyKey).slice(-historyLength);
-        showHistory(row, idx);
-    });
-}
+const loadHistories = () => rows.forEach(showHistory);
 
-function readHistory(key) {
+// Whole addresses, oldest first.
+function readHistory({ historyKey }) {
     try {
-        const list = JSON.parse(localStorage.getItem(key));
-        return Array.isArray(list) ? list.map(String) : [];
+        const list = JSON.parse(localStorage.getItem(historyKey));
+        return Array.isArray(list) ? list.map(String).slice(-historyLength) : [];
     } catch {
         return []; // storage switched off, or something else wrote there
     }
 }
 
+// Read again each time: another tab may have added to the list.
 function remember({ idx, uri }) {
-    if (histories[idx].includes(uri)) return;
-    histories[idx].push(uri);
+    const history = readHistory(rows[idx]);
+    if (history.includes(uri)) return;
     try {
-        localStorage.setItem(rows[idx].historyKey, JSON.stringify(histories[idx]));
+        localStorage.setItem(rows[idx].historyKey, JSON.stringify([...history, uri]));
     } catch {
         // Storage full or switched off: the unit has the settings all the same.
     }
@@ -750,11 +850,12 @@ function remember({ idx, uri }) {
 
 function showHistory(row, idx) {
     const hadFocus = row.history.find(":focus").length > 0;
+    const history = readHistory(row);
     row.history.empty();
-    if (histories[idx].length === 0) return;
+    if (history.length === 0) return;
     const select = $("<select>", { class: "form-select form-select-sm", "aria-label": `${row.word} History` })
-        .append(new Option("History", ""))
-        .append(histories[idx].map((uri) => new Option(uri, uri)))
+        .prop("disabled", state.loadedStreams === null)
+        .append([new Option("History", ""), ...history.map((uri) => new Option(uri, uri))])
         .appendTo(row.history);
     onPick(select, (uri) => postStreams([{ idx, enable: isEnabled(row), uri }]));
     if (hadFocus) {
@@ -762,30 +863,36 @@ function showHistory(row, idx) {
     }
 }
 
-// Arrow keys walk a closed list and change its value at every step: that only
-// browses, and Enter picks. A pick from the open list is a change or a click.
+// Keys change the value at every step, and so do those in a list that a mouse
+// has opened, even if Escape closes it: that only browses. A pick from an open
+// list ends in a click, or with a finger in a change alone; in a closed list
+// Enter picks.
 function onPick(select, pick) {
     let browsing = false;
+    const toTitle = () => select.prop("selectedIndex", 0);
     const take = () => {
-        if (select.prop("selectedIndex") <= 0) return;
         const value = select.val();
-        select.prop("selectedIndex", 0);
-        pick(value);
+        toTitle();
+        return value && pick(value);
     };
-    select.on("keydown", (event) => {
-        if (event.key === "Enter") {
-            take();
-        }
+    select.on("pointerdown", ({ originalEvent }) => {
+        toTitle();
+        browsing = originalEvent.pointerType === "mouse";
+    }).on("keydown", ({ key }) => {
         browsing = true;
-        setTimeout(() => { browsing = false; });
+        return key === "Enter" ? take() : undefined;
+    }).on("blur", () => {
+        toTitle();
+        browsing = false;
     });
-    select.on("change click", () => browsing || take());
+    select.on("keyup", ({ key }) => (key === "Escape" ? toTitle() : undefined));
+    select.on("click", take).on("change", () => (browsing ? undefined : take()));
 }
 
 // ---------------------------------------------------------------------------
 // Settings form: what differs from the snapshot
 
-const serializeForm = () => JSON.stringify(ui.form.serializeArray());
+const serializeForm = () => JSON.stringify(ui.setStreamForm.serializeArray());
 
 function takeSnapshot() {
     state.formSnapshot = serializeForm();
@@ -794,47 +901,35 @@ function takeSnapshot() {
 
 function showChanges() {
     const changed = serializeForm() !== state.formSnapshot;
-    ui.apply.toggleClass("changed", changed).css("background-color", changed ? accent : "");
-    ui.clear.toggle(changed);
+    ui.setStream.toggleClass("changed", changed).css("background-color", changed ? accent : "");
+    ui.clearStreamChanges.toggle(changed);
 }
 
 function clearChanges() {
     for (const { name, value } of JSON.parse(state.formSnapshot)) {
-        $(ui.form[0].elements[name]).val(value).trigger("change");
+        $(ui.setStreamForm[0].elements[name]).val(value).trigger("change");
     }
     showChanges();
 }
 
 // ---------------------------------------------------------------------------
-// Ping and Restart IP
+// Ping, Restart IP, copying
 
 function ping() {
     const host = ui.pingInput.val();
     const fail = () => showError("Send ping", "Failed: Please try again");
-    $.ajax({
-        url: "/api/ping",
-        method: "POST",
-        dataType: "json",
-        contentType: "application/json",
-        data: JSON.stringify({ host }),
-    }).done((reply) => {
-        if (reply?.success !== true) {
-            fail();
-            return;
-        }
-        const time = Number(reply.time).toFixed(2);
-        showToast("Send ping", `Succeeded: ${escapeMarkup(host)}<br/>Time: ${time} ms`);
+    const request = post("/api/ping", { host }, "json").done((reply) => {
+        const time = Number(reply?.time).toFixed(2);
+        return reply?.success === true ? showToast("Send ping", `Succeeded: ${escapeMarkup(host)}<br/>Time: ${time} ms`) : fail();
     }).fail(fail);
+    waitFor("pinging", request);
 }
 
 function restartIp() {
-    post("/api/wq_input_reset", {})
+    waitFor("restarting its IP input", post("/api/wq_input_reset", {})
         .done(() => showToast("Restart IP", "Succeeded"))
-        .fail(() => showError("Reset IP", "Failed: Please try again"));
+        .fail(() => showError("Reset IP", "Failed: Please try again")));
 }
-
-// ---------------------------------------------------------------------------
-// Copying
 
 // The browser's copy command and not the clipboard interface: that one needs
 // a secure page, and a unit is reached by plain HTTP.
@@ -912,6 +1007,7 @@ function confirmOutage(shown, action, url, outageMs) {
 
 const recoveryLimitMs = 90000;
 const outcomeCookie = "triggeredRefreshResult";
+const wantedCookie = "tidewellWantedVersion";
 
 function recover(action, since = performance.now()) {
     if (performance.now() - since >= recoveryLimitMs) {
@@ -927,12 +1023,17 @@ function recover(action, since = performance.now()) {
         .fail(() => setTimeout(() => recover(action, since), 1000));
 }
 
+// Raw: the plugin decodes the cookies of all that runs on this host, and stops
+// at one that cannot be decoded.
 function showOutcome() {
-    const action = $.cookie(outcomeCookie);
+    $.cookie.raw = true;
+    const action = decodeFully($.cookie(outcomeCookie) ?? "");
     if (action) {
         showToast(action, "Succeeded", { autotimeout: 10000 });
     }
+    state.wantedVersion = action === "Update" ? $.cookie(wantedCookie) : "";
     $.cookie(outcomeCookie, "");
+    $.cookie(wantedCookie, "");
 }
 
 // ---------------------------------------------------------------------------
@@ -941,11 +1042,12 @@ function showOutcome() {
 const withoutSuffix = (file) => file.slice(0, -3);
 
 function checkFirmware() {
-    $.getJSON("/api/firmware/get").done((reply) => {
+    const request = $.getJSON("/api/firmware/get").done((reply) => {
         if (Array.isArray(reply?.updates)) {
             offerUpdate(reply.updates.map(String));
         }
     });
+    waitFor("looking for new firmware", request, "The check for new firmware got no answer.");
 }
 
 function offerUpdate(files) {
@@ -956,7 +1058,7 @@ function offerUpdate(files) {
         return;
     }
     state.firmwareFile = newest;
-    ui.updateName.text(withoutSuffix(newest));
+    ui.updateLabelVersion.text(withoutSuffix(newest));
     modalOf(dialogs.update).show();
     showToast(title, `New firmware ${escapeMarkup(withoutSuffix(newest))} found. Accept the update within the modal.`);
 }
@@ -981,31 +1083,39 @@ function compareVersions(first, second) {
 // The answer is of no interest: the server falls silent as the update starts.
 function update() {
     showWorking(dialogs.update, true);
+    $.cookie(wantedCookie, versionOf(state.firmwareFile));
     post("/api/firmware/set", { update: state.firmwareFile });
     showToast("Update", "Starting system update");
     setTimeout(() => recover("Update"), 1000);
+}
+
+// A unit that is back may have come back with what it had.
+function checkUpdate() {
+    if (state.wantedVersion && compareVersions(state.version, state.wantedVersion) > 0) {
+        ui.updateNote.text(`The update failed: the unit still runs ${state.version}, not ${state.wantedVersion}.`);
+    }
 }
 
 // ---------------------------------------------------------------------------
 // Start-up
 
 function armControls() {
-    ui.form.on("submit", (event) => event.preventDefault());
-    ui.form.on("keyup change", showChanges);
-    ui.apply.on("click", apply);
-    ui.clear.on("click", clearChanges);
-    ui.restartIp.on("click", restartIp);
+    ui.setStreamForm.on("submit", (event) => event.preventDefault());
+    ui.setStreamForm.on("keyup change", showChanges);
+    onClick(ui.setStream, apply);
+    ui.clearStreamChanges.on("click", clearChanges);
+    onClick(ui.restartIP, restartIp);
     rows.forEach((row, index) => {
-        row.cell.children("button").on("click", () => selectStream(index));
+        onClick(row.cell.children("button"), () => selectStream(index));
         row.mode.on("change", () => modeChanged(row));
         row.encryption.on("change", () => encryptionChanged(row));
         row.eye.on("click", () => toggleKey(row));
     });
     armThumbnail();
     ui.pingForm.on("submit", (event) => event.preventDefault());
-    ui.sendPing.on("click", ping);
-    ui.copyStats.on("click", () => copyText("Copy Stats", ui.status[0].innerText, ui.status));
-    ui.copyLogs.on("click", () => copyText("Copy Logs", ui.log.text(), document.body));
+    onClick(ui.sendPing, ping);
+    ui.copyStats.on("click", () => copyText("Copy Stats", ui["status-parent-container"][0].innerText, ui["status-parent-container"]));
+    ui.copyLogs.on("click", () => copyText("Copy Logs", ui.logOutput.text(), document.body));
 }
 
 function armMaintenance() {
@@ -1013,11 +1123,9 @@ function armMaintenance() {
     dialogs.reboot.confirm.on("click", () => confirmOutage(dialogs.reboot, "Reboot", "/api/reboot/set", 10000));
     dialogs.restart.confirm.on("click", () => confirmOutage(dialogs.restart, "Restart", "/api/restart/set", 5000));
     dialogs.update.confirm.on("click", update);
-    dialogs.update.box.on("hidden.bs.modal", () => ui.firmwareLink.trigger("focus"));
-    ui.firmwareLink.on("click", (event) => {
-        event.preventDefault();
-        checkFirmware();
-    });
+    dialogs.update.box.on("hidden.bs.modal", () => ui.noUpdateAlert.trigger("focus"));
+    ui.noUpdateAlert.on("click", (event) => event.preventDefault());
+    onClick(ui.noUpdateAlert, checkFirmware);
 }
 
 function start() {
@@ -1026,10 +1134,10 @@ function start() {
     loadHistories();
     takeSnapshot();
     ui.overlay.appendTo(document.body);
-    ui.year.text(new Date().getFullYear());
+    ui.currentYear.text(new Date().getFullYear());
     armControls();
     armMaintenance();
-    $.getJSON("/api/caps").done((caps) => showCaps(caps ?? {}));
+    askUntilKnown("/api/caps", (caps) => typeof caps?.product === "string", showCaps);
     loadForm();
     buildCharts();
     statsPass();

@@ -52,6 +52,20 @@ test("a decoder's stream comes, fails over, is selected back and takes new setti
     await shows("statsEncryptionType", /^AES128$/);
     await shows("srtMsRcvBuf", /^4\d\d$/);
     assert.equal(await open.text("statsIndex"), "Primary");
+
+    const before = (await (await page.request.get(`${unit.url}/api/cfg/get`)).json()).uris;
+    await page.request.post(`${unit.url}/api/cfg/set`, { data: { uris: [{ ...before[0], uri: `${before[0].uri}&streamrate=9000000` }, before[1]] } });
+    await page.click("#setStream");
+    await page.click("#replaceLoadButton");
+    await shows("primaryNote", /^Also set: streamrate=9000000, lost with Apply/);
+    await page.fill("#backupID", "news 1");
+    await page.click("#setStream");
+    await toast("Set Stream", /^Backup: the unit did not take these settings\. Write %20 for " "\.$/);
+    await page.fill("#backupID", "news%201");
+    const errors = (await open.toasts()).filter(([, , status]) => status === "error").length;
+    await page.click("#setStream");
+    await waitUntil(async () => (await page.inputValue("#backupID")) === "news 1", "the stream id as the unit has it");
+    assert.equal((await open.toasts()).filter(([, , status]) => status === "error").length, errors, "taken");
 });
 
 test("an encoder's stream comes, stops with its device, and is switched off", async (t) => {

@@ -22,29 +22,23 @@ test("a live decoder fills header, line and grid", async (t) => {
         "FLOW (MBS) 12.5", "CONNECTED TIME 1 day, 1h1m 1s", "LINK SPEED 125", "LINK BANDWIDTH (MBS) 94.512", "RTT (MS) 18.432",
         "LATENCY (MS) 187", "PACKETS 1234567", "DROPPED 4", "LOST 321", "RETRANSMITTED 317", "AVAILABLE BUFFER (MB) 11.534336",
         "BUFFERED (BYTES) 285160", "PACKETS IN FLIGHT 12", "FLOW 8192", "STREAM ID news-1", "ENCRYPTION AES128"]);
+    assert.equal(await open.page.$$eval("#srtPackets span", (groups) => groups.map((group) =>
+        getComputedStyle(group, "::before").content.replace(/none|"/g, "") + group.textContent).join("")), "1,234,567");
+    assert.equal(await open.text("audioLevels"), "Channels 1 to 16, in percent: 64, 59, 47, 45, 33, 32, 14, 13, 0, 0, 0, 0, 1, 79, 97, 100");
     assert.deepEqual(await open.page.evaluate(() => [59, 60, 3600, 7322, 86400, 172800 + 3661].map(window.formatTime)),
         ["59s", "1m ", "1h", "2h 2m 2s", "1 day, ", "2 days 1h1m 1s"]);
 });
 
-test("the charts show the reply in their colours and on their scales", async (t) => {
+test("the charts show the reply on their scales", async (t) => {
     const open = await openPage(t);
     const looks = await open.page.evaluate(() => ["audioBars", "bpsGraph", "packetsGraph"].map((id) => {
-        const { config, data, options: { aspectRatio, color, plugins }, scales: { x, y } } = window.Chart.getChart(id);
-        return [[config.type, aspectRatio, color, plugins.title.text, plugins.title.padding, plugins.legend.display],
-            [y.min, y.options.max, y.options.stacked === true, y.ticks.some(({ label }) => label !== "")],
-            id === "bpsGraph" ? data.labels : x.ticks.map(({ label }) => label), ...data.datasets];
+        const { config, data: { labels, datasets }, scales: { y } } = window.Chart.getChart(id);
+        return [config.type, labels.join(), y.min, y.options.max, y.options.stacked === true, ...datasets.map(({ data }) => data)];
     }));
-    const colors = (alpha) => ["75, 192, 192", "255, 99, 132", "255, 159, 64", "255, 205, 86"].map((color) => `rgba(${color}, ${alpha})`);
     assert.deepEqual(looks, [
-        [["bar", 1.5, "#fff", "Audio", { top: 10 }, false], [0, 66000, true, false], Array.from({ length: 16 }, (_, i) => `${i + 1}`),
-            { data: JSON.parse(liveStats.audio_levels), backgroundColor: "#009fd6", borderWidth: 0 },
-            { data: Array(16).fill(65000), backgroundColor: "rgba(255, 255, 255, 0.1)" }],
-        [["line", 2.5, "#fff", "Mbs", 0, false], [0, undefined, false, true], [...Array(15).fill(""), "8:5"],
-            { label: "Mbs", data: [...Array(15).fill(0), 12.5], fill: true, borderWidth: 1, borderColor: "#009fd6",
-                backgroundColor: "#009fd680", pointRadius: 0, pointHitRadius: 8 }],
-        [["bar", 1.8, "#fff", "Packets", { top: 10, bottom: 30 }, false], [0, undefined, false, false],
-            ["Total", "Lost", "Dropped", "Retrans"],
-            { label: "Packets", data: [1234567, 321, 4, 317], borderWidth: 1, backgroundColor: colors(0.5), borderColor: colors(1) }],
+        ["bar", "1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16", 0, 66000, true, JSON.parse(liveStats.audio_levels), Array(16).fill(65000)],
+        ["line", `${",".repeat(15)}8:5`, 0, undefined, false, [...Array(15).fill(0), 12.5]],
+        ["bar", "Total,Lost,Dropped,Retrans", 0, undefined, false, [1234567, 321, 4, 317]],
     ]);
 });
 
@@ -116,12 +110,15 @@ test("the current line says what its address says", async (t) => {
     for (const [name, reply, line, cells, color] of [
         ["nothing set", uris("srt://"), "Current: Primary Port 0 - ENABLE: ON", { statsID: " " }, white],
         ["disabled", uris("srt://h:1?mode=caller", "srt://", [false, false]),
-            "Current: Primary (Caller) h Port 1 - ENABLE: OFF", { statsID: " ", statsEncryptionType: "AES128" }, red],
+            "Current: Primary (Caller) h Port 1 - ENABLE: OFF", { statsID: " ", statsEncryptionType: "AES128", encryptionNote: "until the last change: the address sets none now" }, red],
         ["port 80, other key length", uris("srt://0.0.0.0:80?mode=listener&pbkeylen=0&streamid=a+b"),
-            "Current: Primary (Listener) Port - ID a b - ENABLE: ON", { statsID: "a b", statsEncryptionType: "Not encrypted" }, white],
+            "Current: Primary (Listener) Port - ID a b - ENABLE: ON", { statsID: "a b", statsEncryptionType: "Not encrypted", encryptionNote: "" }, white],
         ["markup", uris("srt://h:1?mode=caller&streamid=<img src=x onerror=alert(1)>&pbkeylen=32"),
             "Current: Primary (Caller) h Port 1 - ID <img src=x onerror=alert(1)> - ENABLE: ON", { statsEncryptionType: "AES256" }, white],
+        ["a switch to an address without encryption", uris("srt://h:1", "srt://b:2?mode=caller", [true, false]),
+            "Current: Backup (Caller) b Port 2 - ENABLE: OFF", { statsEncryptionType: "Not Encrypted" }, red],
     ]) {
+        open.unit.replies["/api/stats"] = { ...liveStats, current_idx: Number(line.includes("Backup")) };
         open.unit.replies["/api/cfg/get"] = reply;
         await open.poll();
         assert.equal((await open.read("#currentActive"))[0].split(" - Connected")[0], line, name);
@@ -136,13 +133,14 @@ test("selection cells show the active stream, and Select posts the other", async
     const cells = async () => Promise.all(["#idx0Select button", "#idx0Select span", "#idx1Select button", "#idx1Select span"]
         .map((selector) => open.visible(selector)));
     assert.deepEqual(await cells(), [false, true, true, false]);
-    assert.deepEqual(await open.nextToast(() => open.page.click("#idx1Select button")),
+    assert.deepEqual(await open.nextToast(() => open.page.press("#idx1Select button", "Enter")),
         ["", "Success: Backup stream selected", "success"]);
     assert.deepEqual(open.unit.posts("/api/source/set"), [{ index: 1 }]);
     assert.deepEqual(await cells(), [false, true, true, false], "until the next reply");
     open.unit.replies["/api/stats"] = { ...liveStats, current_idx: 1 };
     await open.poll();
     assert.deepEqual(await cells(), [true, false, false, true]);
+    assert.equal(await open.focused("#idx1Select span"), true, "the keyboard stays where it was");
     open.unit.replies["/api/source/set"] = raw("", { status: 500 });
     assert.deepEqual(await open.nextToast(() => open.page.click("#idx0Select button")),
         ["Failure", "Failure: Please try again", "error"]);
@@ -158,8 +156,11 @@ test("two lost polls, good ones between or not, bring the toast; the next reply 
     await lose();
     assert.deepEqual([await lost(), (await open.chart("bpsGraph"))[15]], [[false, 0], 0]);
     await win();
+    await open.page.focus("#setStream");
     await lose();
     assert.deepEqual(await lost(), [true, 1]);
+    for (const key of ["Enter", "Tab", "Enter"]) await open.page.keyboard.press(key);
+    assert.deepEqual(open.unit.requests.filter(({ method }) => method === "POST"), [], "nothing behind the overlay is reached");
     assert.deepEqual((await open.toasts())[0],
         ["Connection lost", "Check network connection or reboot the unit and try again.", "error"]);
     assert.equal(await open.page.$(".sn-notify-close"), null);
@@ -168,7 +169,7 @@ test("two lost polls, good ones between or not, bring the toast; the next reply 
     assert.deepEqual(await lost(), [true, 1]);
     await win();
     await open.run(600);
-    assert.deepEqual(await lost(), [false, 0]);
+    assert.deepEqual([await lost(), await open.focused("#setStream")], [[false, 0], true]);
     await lose();
     assert.deepEqual(await lost(), [false, 0], "the count starts afresh");
 
@@ -219,6 +220,40 @@ test("the thumbnail goes when it cannot be loaded or the reply cannot be read", 
     });
     await open.page.reload();
     assert.equal(await src(), null, "no script was there to see it fail");
+});
+
+test("a picture that stays the same is told with its age", async (t) => {
+    const open = await openPage(t);
+    await open.poll(9);
+    assert.equal(await open.text("thumbnailAge"), "");
+    await open.poll(3);
+    assert.match(await open.text("thumbnailAge"), /^, unchanged for 1[0-2]s$/);
+    open.unit.replies["/api/thumb"] = open.unit.replies["/api/encthumb"];
+    await open.runUntil(200, async () => await open.text("thumbnailAge") === "", "a picture that is another");
+});
+
+test("while no stream is connected, the page asks and tells why", async (t) => {
+    const open = await openPage(t, { consoleErrors: [failedRequest] });
+    assert.equal(open.unit.count("/api/failures"), 0);
+    const told = () => open.read(".notices p").then((lines) => lines.filter(Boolean));
+    const fail = (...failures) => {
+        open.unit.replies["/api/failures"] = { failures };
+        return open.poll();
+    };
+    open.unit.replies["/api/stats"] = noStreamStats;
+    await fail({ slot: 0, reason: "timeout", age: 12 }, { slot: 1, reason: "of a later version", age: 75 });
+    assert.deepEqual(await told(), ["Primary: no answer from the far end, 12s ago", "Backup: could not be opened, see Logs, 1m 15s ago"]);
+    const node = await open.page.evaluateHandle(() => document.getElementById("primaryFailure").firstChild);
+    await fail({ slot: 0, reason: "timeout", age: 13 });
+    assert.deepEqual(await told(), ["Primary: no answer from the far end, 13s ago"]);
+    assert.equal(await node.evaluate((text) => text.isConnected), true, "not read out again");
+    open.unit.replies["/api/stats"] = liveStats;
+    await open.poll();
+    assert.deepEqual(await told(), []);
+    Object.assign(open.unit.replies, { "/api/stats": noStreamStats, "/api/failures": raw("", { status: 404 }) });
+    const before = open.unit.count("/api/failures");
+    await open.poll(3);
+    assert.deepEqual([await told(), open.unit.count("/api/failures") - before], [[], 1], "a unit without the route is asked once");
 });
 
 test("the log shows the newest line first and keeps still while nothing is new", async (t) => {

@@ -31,8 +31,9 @@ export async function openPage(t, { replies = {}, storage = {}, cookie, clock = 
     await context.addInitScript((items) => {
         for (const [key, value] of Object.entries(items)) localStorage.setItem(key, value);
     }, storage);
-    if (cookie) {
-        await context.addCookies([{ name: "triggeredRefreshResult", value: cookie, url: url ?? unit.url }]);
+    // Cookies are shared between the ports of a host: one of them is of somebody else.
+    for (const [name, value] of Object.entries({ "a%": "%", ...(cookie && { triggeredRefreshResult: cookie }) })) {
+        await context.addCookies([{ name, value, url: url ?? unit.url }]);
     }
     if (clock) {
         await page.clock.install({ time: new Date("2031-05-06T07:08:00") });
@@ -84,6 +85,8 @@ class OpenPage {
             await this.settle();
         }
     }
+
+    focused = (selector) => this.page.$eval(selector, (element) => element === document.activeElement);
 
     visible = (selector) => this.page.isVisible(selector);
 

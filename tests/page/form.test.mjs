@@ -44,12 +44,97 @@ test("Apply builds both addresses, each in its own order", async (t) => {
     const open = await openPage(t, { replies: { "/api/caps": encoderCaps } });
     const all = "fc=9&latency=120&mode=listener&passphrase=0123456789&pbkeylen=16&rcvbuf=8200000&streamid=s&x=1";
     await load(open, uris(`srt://h:1?${all}`, `srt://h:2?${all}`, [true, false]));
-    await applyAndSettle(open);
+    await open.page.dblclick("#setStream");
+    await open.settle();
+    assert.equal(open.unit.count("/api/cfg/set"), 1, "two clicks in a row");
     const listener = (port) => `srt://0.0.0.0:${port}?mode=listener&streamid=s&latency=120`;
     assert.deepEqual(setUris(open), [
         { idx: 0, enable: true, uri: `${listener(1)}&fc=9&sndbuf=8200000&pbkeylen=16&passphrase=0123456789` },
         { idx: 1, enable: false, uri: `${listener(2)}&pbkeylen=16&passphrase=0123456789&fc=9&sndbuf=8200000` },
     ]);
+});
+
+test("Apply waits until the unit has told what it is and what is set", async (t) => {
+    const bad = [raw("", { status: 500 }), {}, raw("no json")];
+    const open = await openPage(t, { replies: { "/api/caps": bad[0], "/api/cfg/get": bad[0] }, consoleErrors: [failedRequest],
+        storage: { primaryStreamHistory: '["srt://h:1"]' } });
+    const waits = async () => [await open.page.isDisabled("#setStream"), await open.page.isDisabled("#primaryStreamHistoryContainer select"),
+        /waits/.test(await open.text("applyNote"))];
+    for (const [caps, settings, expected] of [[bad[1], bad[1], [true, true, true]], [decoderCaps, bad[2], [true, true, true]],
+        [decoderCaps, uris("srt://h:1?mode=caller&pbkeylen=16&passphrase=0123456789"), [false, false, false]]]) {
+        Object.assign(open.unit.replies, { "/api/caps": caps, "/api/cfg/get": settings });
+        await open.run(1000);
+        await open.settle();
+        assert.deepEqual(await waits(), expected);
+    }
+    await applyAndSettle(open);
+    assert.equal(setUris(open)[0].uri, "srt://h:1?mode=caller&pbkeylen=16&passphrase=0123456789");
+});
+
+test("what the unit did not take is told with its row, and only that", async (t) => {
+    const open = await openPage(t);
+    const base = "srt://h:1?mode=caller";
+    for (const [id, stored, told] of [
+        ["news 1", "srt://h:1?latency=9&mode=caller", 'Write %20 for " ".'],
+        ['ü"#50%', base, 'Write %C3%BC for "ü". Write %22 for """. Write %23 for "#". Write %25 for "%".'],
+        ["a%20b+c", "srt://h:1?mode=caller&streamid=a b c"],
+        ["a%2541%26d", "srt://h:1?mode=caller&streamid=aA&d"],
+    ]) {
+        await load(open, uris(base));
+        await open.set("primaryID", id);
+        const before = (await open.toasts()).length;
+        open.unit.replies["/api/cfg/set"] = (body) => {
+            open.unit.replies["/api/cfg/get"] = { uris: [{ idx: 0, enable: true, uri: stored }, JSON.parse(body).uris[1]] };
+        };
+        await applyAndSettle(open);
+        const errors = (await open.toasts()).slice(0, -before || undefined).filter(([, , status]) => status === "error");
+        assert.deepEqual(errors, told ? [["Set Stream", `Primary: the unit did not take these settings. ${told}`, "error"]] : [], id);
+    }
+    await load(open, uris(base));
+    open.unit.replies["/api/cfg/set"] = () => { open.unit.replies["/api/cfg/get"] = uris("srt://a.part:1"); };
+    await applyAndSettle(open);
+    open.unit.replies["/api/cfg/get"] = uris("srt://of.the.file:1");
+    await open.run(3000);
+    await open.settle();
+    assert.equal(await open.page.inputValue("#primaryAddress"), "of.the.file", "the part that it kept is gone by then");
+});
+
+test("a row tells in words what its fields do not hold", async (t) => {
+    const open = await openPage(t);
+    for (const [uri, note] of [
+        ["srt://h:1?fc=25600&latency=200&mode=caller&passphrase=0123456789&pbkeylen=32&rcvbuf=8200000&streamid=a", ""],
+        ["srt://me@h:1/live?mode=caller&streamrate=5000000&x", "Also set: user me, path /live, streamrate=5000000, x, lost with Apply."],
+        ["srt://h:80?mode=caller&passphrase=0123456789", "Also set: port 80, passphrase=0123456789, lost with Apply."],
+        ["SRT://h:1?mode=caller", "Also set: scheme SRT, lost with Apply."],
+        ["srt://10.0.0.1:1?mode=listener", "Also set: address 10.0.0.1, lost with Apply."],
+        ["srt://[::1]:1?mode=caller&streamid=a b", 'The unit will refuse what stands here. Write %20 for " ".'],
+    ]) {
+        for (const id of ["rcvbuf", "fcBuf"]) await open.set(id, "");
+        await load(open, uris(uri));
+        assert.equal((await open.text("primaryNote")).trim(), note, uri);
+    }
+});
+
+test("settings that somebody else has changed are not replaced unasked", async (t) => {
+    const open = await openPage(t);
+    const shown = (wanted) => open.runUntil(10, async () => await open.page.$eval("#replaceModal", (box) =>
+        getComputedStyle(box).display) === (wanted ? "block" : "none"), "the question");
+    for (const [button, posts, address, changed] of [["Cancel", 0, "h", true], ["Load", 0, "other", false], ["Confirm", 1, "h", false]]) {
+        await load(open, uris("srt://h:1?mode=caller"));
+        await open.set("primaryLatency", "345");
+        open.unit.replies["/api/cfg/get"] = uris("srt://other:7?mode=caller&passphrase=0123456789");
+        await open.page.click("#setStream");
+        await shown(true);
+        await open.run(400);
+        assert.match(await open.text("replaceStreams"), /^Primary: srt:\/\/other:7\?mode=caller&passphrase=… \(On\)\nBackup: srt:\/\/ \(Off\)$/);
+        assert.deepEqual(await changedLook(open), [false, false]);
+        await open.page.click(`#replaceModal .modal-footer >> text=${button}`);
+        await shown(false);
+        await open.settle();
+        assert.deepEqual([open.unit.count("/api/cfg/set"), await open.page.inputValue("#primaryAddress"), await changedLook(open)],
+            [posts, address, [changed, changed]], button);
+        assert.equal(await open.focused("#setStream"), true, button);
+    }
 });
 
 test("what is typed goes into the address as typed", async (t) => {
@@ -143,10 +228,11 @@ test("history appends what is new, shows ten and may store eleven", async (t) =>
         replies: { "/api/cfg/get": uris("srt://h:1?mode=caller", "srt://b:2?mode=caller") } });
     assert.deepEqual(await historyOf(open, "primary"), ["History", ...old.slice(2)]);
     assert.deepEqual(await historyOf(open, "backup"), []);
+    await open.page.evaluate(() => localStorage.setItem("backupStreamHistory", '["srt://of:another?tab"]'));
     await applyAndSettle(open);
     assert.deepEqual(await stored(open, "primary"), [...old.slice(2), "srt://h:1?mode=caller"]);
     assert.deepEqual(await historyOf(open, "primary"), ["History", ...old.slice(3), "srt://h:1?mode=caller"]);
-    assert.deepEqual(await stored(open, "backup"), ["srt://b:2?mode=caller"]);
+    assert.deepEqual(await stored(open, "backup"), ["srt://of:another?tab", "srt://b:2?mode=caller"]);
     await applyAndSettle(open);
     assert.equal((await stored(open, "primary")).length, 11, "the same address again");
 });
@@ -156,24 +242,40 @@ test("a choice posts one record with the row's Enable, by mouse or by keyboard",
     const open = await openPage(t, { storage: { backupStreamHistory: JSON.stringify(entries) } });
     const select = "#backupStreamHistoryContainer select";
     await open.set("backupEnable", "false");
-    open.unit.replies["/api/cfg/get"] = uris("srt://", entries[1]);
     assert.deepEqual(await open.nextToast(() => open.page.selectOption(select, entries[1])),
         ["Set Stream", `Succeeded!<br>Backup: ${entries[1]}`, "success"]);
     await open.settle();
     assert.deepEqual(open.unit.posts("/api/cfg/set"), [{ uris: [{ idx: 1, enable: false, uri: entries[1] }] }]);
-    assert.deepEqual(await open.fields(["backupEnable", "backupAddress"]), { backupEnable: "true", backupAddress: "two" }, "loaded again");
+    assert.deepEqual(await open.fields(["backupEnable", "backupAddress"]), { backupEnable: "false", backupAddress: "two" }, "loaded again");
     assert.deepEqual(await changedLook(open), [false, false]);
     assert.equal(await open.page.inputValue(select), "");
 
-    await open.page.focus(select);
-    await open.page.press(select, "ArrowDown");
-    await open.page.press(select, "ArrowDown");
-    await open.page.press(select, "ArrowUp");
-    assert.equal(open.unit.posts("/api/cfg/set").length, 1, "arrows only browse");
-    await open.page.press(select, "Enter");
-    await open.settle();
-    assert.deepEqual(open.unit.posts("/api/cfg/set").at(-1).uris[0].uri, entries[0]);
-    assert.equal(await open.page.evaluate(() => document.activeElement.matches("#backupStreamHistoryContainer select")), true);
+    const openList = () => open.page.click(select);
+    const left = "which leaves the list at its title";
+    for (const [name, index, act, ...keys] of [
+        ["arrows", 1, () => {}, "ArrowDown", "ArrowDown", "ArrowUp"],
+        [`Tab, ${left}`, 0, () => {}, "ArrowDown", "Tab"],
+        ["a click that opens the list after arrows", 0, openList, "ArrowDown"],
+        [`Escape from a list opened by mouse, ${left}`, 0, () => {}, "Escape", "ArrowDown", "Escape"],
+        [`Escape from a list opened by key, ${left}`, 0, () => {}, "Alt+ArrowDown", "ArrowDown", "Escape"],
+    ]) {
+        await open.page.focus(select);
+        for (const key of keys) await open.page.keyboard.press(key);
+        await act();
+        assert.equal(open.unit.count("/api/cfg/set"), 1, `nothing is picked by ${name}`);
+        assert.equal(await open.page.$eval(select, (list) => list.selectedIndex), index, name);
+    }
+    for (const [name, act, ...keys] of [["a closed list", () => {}, "ArrowDown", "Enter"],
+        ["a list opened by key", () => {}, "Alt+ArrowDown", "ArrowDown", "Enter"], ["a list opened by mouse", openList, "ArrowDown", "Enter"]]) {
+        const before = open.unit.count("/api/cfg/set");
+        await act();
+        await open.page.focus(select);
+        for (const key of keys) await open.page.keyboard.press(key);
+        await open.settle();
+        assert.equal(open.unit.count("/api/cfg/set"), before + 1, name);
+        assert.equal(setUris(open)[0].uri, entries[0], name);
+        assert.equal(await open.focused(select), true, name);
+    }
 });
 
 test("addresses become text in toast and history, never markup", async (t) => {

@@ -3,7 +3,7 @@ import assert from "node:assert/strict";
 import { test } from "node:test";
 import axe from "axe-core";
 import { failedRequest, openPage } from "./fixture.mjs";
-import { raw, uris } from "../../tools/page/scripted_unit.mjs";
+import { liveStats, noStreamStats, raw, uris } from "../../tools/page/scripted_unit.mjs";
 
 const longId = "news/".repeat(100);
 const longUri = `srt://${"long-".repeat(10)}name.example:50000?mode=listener&streamid=${longId}&latency=8000`
@@ -37,12 +37,16 @@ function misplaced() {
 test("from phone to wall nothing overlaps and nothing scrolls sideways", async (t) => {
     for (const replies of [{}, longReplies]) {
         const open = await openPage(t, { replies });
-        for (const width of [360, 575, 699, 700, 768, 1024, 1199, 1424, 1425, 1440, 1920, 2560]) {
-            await open.page.setViewportSize({ width, height: 900 });
+        for (const width of [320, 360, 575, 699, 700, 768, 1024, 1199, 1424, 1425, 1440, 1920, 2560, 3840]) {
+            await open.page.setViewportSize({ width, height: width < 2000 ? 900 : 2160 });
             // Charts follow in the next frame.
-            await open.runUntil(20, async () => (await open.page.evaluate(misplaced)).length === 0, `room at ${width}`, 1000)
+            await open.runUntil(20, async () => (await open.page.evaluate(misplaced)).length === 0, `room at ${width}`)
                 .catch(async () => assert.fail(`at ${width}: ${await open.page.evaluate(misplaced)}`));
         }
+        // A wall's width and height are used.
+        await open.runUntil(20, () => open.page.$eval("#packetsGraph", ({ offsetHeight }) => offsetHeight > 350), "charts that grow");
+        const [width, height] = await open.page.$eval("#logOutput", ({ offsetWidth, offsetHeight }) => [offsetWidth, offsetHeight]);
+        assert.ok(width > 3700 && height > 450, `${width} x ${height}`);
     }
 });
 
@@ -81,9 +85,14 @@ async function flaws(open) {
 }
 
 test("nothing that an accessibility checker finds, in any state", async (t) => {
-    const open = await openPage(t, { consoleErrors: [failedRequest] });
+    const open = await openPage(t, { consoleErrors: [failedRequest], replies: { "/api/cfg/get": uris("srt://h:1/a b?mode=caller") } });
     const check = async (name) => assert.deepEqual(await flaws(open), [], name);
     await check("live");
+    Object.assign(open.unit.replies, { "/api/stats": noStreamStats, "/api/failures": { failures: [{ slot: 0, reason: "refused", age: 1 }] } });
+    await open.poll();
+    await check("no stream");
+    open.unit.replies["/api/stats"] = liveStats;
+    await open.poll();
     await open.page.hover("#noUpdateAlert");
     await check("a link under the mouse");
     await open.set("primaryLatency", "1");
@@ -95,6 +104,12 @@ test("nothing that an accessibility checker finds, in any state", async (t) => {
     open.unit.replies["/api/cfg/get"] = uris("srt://h:1?mode=caller", "srt://", [false, false]);
     await open.poll();
     await check("switched off");
+    await open.page.click("#setStream");
+    await open.runUntil(10, () => open.visible("#replaceModal"), "the question");
+    await open.run(1000);
+    await check("a question");
+    await open.page.keyboard.press("Escape");
+    await open.run(1000);
     await open.page.click("[href='#rebootModal']");
     await open.run(100);
     await check("a dialog");

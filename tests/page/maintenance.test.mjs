@@ -65,6 +65,7 @@ test("reboot, restart and update wait, poll, reload and tell it once", async (t)
         open.unit.replies["/api/stats"] = liveStats;
         await runUntilReload(open);
         assert.deepEqual(await open.toasts(), [[action, "Succeeded", "success"]], name);
+        assert.equal(await open.text("updateNote"), name === "update" ? "The update failed: the unit still runs 1.0.9, not 1.0.10." : "");
         await open.run(9000);
         assert.equal((await open.toasts()).filter(([title]) => title === action).length, 1, "ten seconds long");
         await open.page.reload();
@@ -157,24 +158,31 @@ test("the update's toast and the reload ask for no good reply", async (t) => {
     }
 });
 
-test("dialogs and tooltips have their words, and the firmware's server its name", async (t) => {
+test("a unit that a request of the page holds is waited for, and not called lost", async (t) => {
+    const open = await openPage(t, { consoleErrors: [failedRequest] });
+    const rates = await open.chart("bpsGraph");
+    const check = async () => {
+        Object.assign(open.unit.replies, { "/api/firmware/get": HANG, "/api/stats": HANG });
+        await open.page.click("#noUpdateAlert");
+        for (let passed = 0; passed < 13500; passed += 500) {
+            await open.run(500);
+            assert.match(await open.text("waitNote"), /^The unit is looking for new firmware and answers nothing else/);
+            assert.equal(await open.visible("#overlay"), false);
+        }
+    };
+    await check();
+    assert.deepEqual(await open.chart("bpsGraph"), rates, "nothing is known of the rate");
+    open.unit.replies["/api/stats"] = liveStats;
+    await open.runUntil(500, async () => await open.text("waitNote") === "The check for new firmware got no answer.", "the outcome");
+    await check();
+    await open.runUntil(500, () => open.visible("#overlay"), "an end of the patience");
+});
+
+test("the tooltip of the firmware check names the server that the unit asks", async (t) => {
     const open = await openPage(t);
     const settings = readFileSync(new URL("../../api/CMakeLists.txt", import.meta.url), "utf8");
     const { hostname } = new URL(settings.match(/TIDEWELL_FIRMWARE_URL "(.+?)"/)[1]);
-    assert.deepEqual(await open.page.$$eval("[title]", (all) => all.map(({ title }) => title)), [
-        "Click here to restart the Tidewell Process",
-        "Check the Tidewell web repository for updates. This may be blocked by your firewall in some cases. If it doesn't work,"
-            + ` try whitelisting ${hostname}`,
-        "Click here to reboot Zolva device", "Click here to copy the Tidewell Stats", "Click here to copy the Tidewell Logs",
-    ]);
-    assert.deepEqual(await open.page.$$eval(".modal", (boxes) => boxes.map((box) =>
-        [...box.querySelectorAll(".modal-title, p, .modal-footer button")].map(({ textContent }) => textContent.trim()))), [
-        ["Reboot Zolva Device", "Confirm Zolva device reboot. The Zolva device will be unresponsive for about 45 seconds during this"
-            + " process.", "Rebooting... This will be complete in about 45 seconds.", "Cancel", "Confirm"],
-        ["Restart Tidewell Process", 'Select "Confirm" to restart Tidewell Process or "Cancel" to return.'
-            + " The restart process will take between 5-60 seconds.", "Reacqiuring...", "Cancel", "Confirm"],
-        ["Update to", "The system will be unresponsive briefly while the update takes place.", "Updating...", "Cancel", "Confirm"],
-    ]);
+    assert.match(await open.page.getAttribute("#noUpdateAlert", "title"), new RegExp(`whitelisting ${hostname}$`));
 });
 
 test("ping and Restart IP tell how it went", async (t) => {
@@ -215,7 +223,7 @@ test("copying goes through the browser's copy command", async (t) => {
 });
 
 test("toasts close by themselves, errors stay until closed, by keyboard too", async (t) => {
-    const open = await openPage(t, { consoleErrors: [failedRequest] });
+    const open = await openPage(t, { consoleErrors: [failedRequest], viewport: { width: 375, height: 667 } });
     await open.nextToast(() => open.page.click("#restartIP"));
     open.unit.replies["/api/wq_input_reset"] = down;
     await open.nextToast(() => open.page.click("#restartIP"));
@@ -224,4 +232,15 @@ test("toasts close by themselves, errors stay until closed, by keyboard too", as
     await open.page.press(".sn-notify-close", "Enter");
     await open.run(600);
     assert.deepEqual(await open.toasts(), []);
+    for (let i = 0; i < 8; i += 1) await open.nextToast(() => open.page.press("#restartIP", "Enter"));
+    await open.run(2000);
+    open.unit.replies["/api/stats"] = down;
+    await open.poll(2);
+    await open.run(2000);
+    assert.deepEqual((await open.toasts()).map(([title]) => title), ["Connection lost", ...Array(8).fill("Reset IP")]);
+    const { y, height } = await (await open.page.$(".sn-notify")).boundingBox();
+    assert.ok(y >= 0 && y + height <= 667, "the newest is in sight");
+    const close = ".sn-notify-close >> nth=";
+    await open.page.press(`${close}0`, "Tab");
+    assert.equal(await open.focused(`${close}1`), true, "Tab goes on to the next");
 });

@@ -3,7 +3,8 @@
 //
 // A reply is a value (sent as JSON), a { status, type, body } made by raw(), a
 // function of the request's body that returns one of those, or one of the two
-// faults: DROP closes the connection, HANG never answers.
+// faults: DROP closes the connection, HANG never answers. Until a test says
+// otherwise the unit takes the settings that it is sent.
 import { createServer } from "node:http";
 import { readFileSync, statSync } from "node:fs";
 import { extname, join } from "node:path";
@@ -20,7 +21,7 @@ export const HANG = Symbol("hang");
 const isRaw = Symbol("raw");
 export const raw = (body, { status = 200, type = "text/plain" } = {}) => ({ [isRaw]: true, body, status, type });
 
-const picture = (hue) => raw(`<svg xmlns="http://www.w3.org/2000/svg" width="320" height="180">
+export const picture = (hue) => raw(`<svg xmlns="http://www.w3.org/2000/svg" width="320" height="180">
     <defs><linearGradient id="g" x1="0" y1="0" x2="1" y2="1"><stop offset="0" stop-color="hsl(${hue} 60% 30%)"/>
     <stop offset="1" stop-color="hsl(${hue + 60} 70% 60%)"/></linearGradient></defs>
     <rect width="320" height="180" fill="url(#g)"/><circle cx="240" cy="55" r="22" fill="#ffe9b0"/>
@@ -54,14 +55,15 @@ export const noStreamStats = { current_idx: 0, audio_levels: JSON.stringify(Arra
 export const uris = (primary, backup = "srt://", enable = [true, backup !== "srt://"]) => ({
     uris: [primary, backup].map((uri, idx) => ({ enable: enable[idx], idx, uri })),
 });
-export const livePrimary = "srt://203.0.113.7:5000?latency=200&mode=caller&passphrase=correct horse&pbkeylen=16&streamid=news-1";
+export const livePrimary = "srt://203.0.113.7:5000?latency=200&mode=caller&passphrase=correct-horse&pbkeylen=16&streamid=news-1";
 export const liveBackup = "srt://0.0.0.0:5001?fc=25600&mode=listener&rcvbuf=8000000";
 
-const usualReplies = () => ({
+const usualReplies = (take) => ({
     "/api/caps": decoderCaps,
     "/api/stats": liveStats,
     "/api/cfg/get": uris(livePrimary, liveBackup),
-    "/api/cfg/set": { status: true, message: "Success" },
+    "/api/cfg/set": take,
+    "/api/failures": { failures: [] },
     "/api/source/set": { status: true, message: "Success" },
     "/proxy.log": raw("Nov 16 20:53:12 : Startup\nNov 16 20:53:13 : connected\n"),
     "/api/thumb": picture(200),
@@ -75,7 +77,7 @@ const usualReplies = () => ({
 });
 
 export class ScriptedUnit {
-    replies = usualReplies();
+    replies = usualReplies((body) => this.#take(JSON.parse(body)));
     requests = []; // { method, path, body } of every API request, in order
 
     async start() {
@@ -112,6 +114,12 @@ export class ScriptedUnit {
                 serveFile(path, response);
             }
         });
+    }
+
+    #take({ uris: records }) {
+        const { uris: streams } = this.replies["/api/cfg/get"];
+        this.replies["/api/cfg/get"] = { uris: streams.map((stream) => records.find(({ idx }) => idx === stream.idx) ?? stream) };
+        return { status: true, message: "Success" };
     }
 
     #answer(reply, body, response) {
