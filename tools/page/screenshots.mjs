@@ -5,7 +5,7 @@
 import { mkdirSync } from "node:fs";
 import { join } from "node:path";
 import { launchBrowser } from "./browser.mjs";
-import { DROP, ScriptedUnit, encoderCaps, encoderStats, liveStats, noStreamStats, raw, uris } from "./scripted_unit.mjs";
+import { DROP, ScriptedUnit, encoderCaps, encoderStats, liveStats, noStreamStats, picture, raw, uris } from "./scripted_unit.mjs";
 import { waitUntil } from "./wait_until.mjs";
 
 const [directory = "build/screenshots", ...only] = process.argv.slice(2);
@@ -45,6 +45,20 @@ const long = {
 const lost = { "/api/stats": DROP, "/api/thumb": DROP };
 const update = { "/api/firmware/get": { updates: ["tidewell-fennel-1.0.10.sh"] } };
 
+// What the page says of itself: why there is no stream, what Apply would lose, what it waits for.
+const told = {
+    "/api/failures": { failures: [{ slot: 0, reason: "bad_secret", age: 3 }, { slot: 1, reason: "timeout", age: 75 }] },
+    "/api/cfg/get": uris("srt://203.0.113.7:5000/live?mode=caller&streamrate=9000000", "srt://198.51.100.2:80?mode=caller&streamid=news 1"),
+};
+const stale = async (page) => {
+    await page.click("#setStream");
+    await page.waitForSelector("#replaceModal.show");
+};
+const manyErrors = async (page) => {
+    for (let i = 0; i < 9; i += 1) await page.press("#sendPing", "Enter");
+    await page.waitForFunction(() => document.querySelectorAll(".sn-notify-fade-in").length === 9);
+};
+
 const click = (selector) => (page) => page.click(selector);
 const toast = (page) => page.waitForSelector(".sn-notify-fade-in");
 const confirm = (link, name) => async (page) => {
@@ -57,12 +71,16 @@ const shots = [
         { name: `page-decoder-${width}`, width, polls: 16, replies: { "/api/stats": movingStats(liveStats) } },
         { name: `page-encoder-${width}`, width, polls: 16, replies: { ...encoder, "/api/stats": movingStats(encoderStats) } },
     ]),
-    ...[360, 768, 1024, 1440, 1920, 2560].map((width) => ({ name: `decoder-${width}`, width })),
-    ...[360, 768, 1024, 1440, 1920, 2560].map((width) => ({ name: `long-${width}`, width, replies: long })),
+    ...[320, 768, 1440, 1920, 2560, 3840].map((width) => ({ name: `decoder-${width}`, width })),
+    ...[320, 768, 1440, 1920, 2560, 3840].map((width) => ({ name: `long-${width}`, width, replies: long })),
     ...[360, 1440].map((width) => ({ name: `encoder-${width}`, width, replies: encoder })),
-    ...[360, 1440].map((width) => ({ name: `empty-${width}`, width, replies: empty })),
-    { name: "lost-1440", later: lost, act: toast },
-    { name: "lost-360", width: 360, later: lost, act: toast },
+    ...[320, 768, 1440, 3840].flatMap((width) => [
+        { name: `empty-${width}`, width, replies: empty },
+        { name: `lost-${width}`, width, later: lost, act: toast },
+        { name: `notices-${width}`, width, replies: { ...empty, ...told } },
+        { name: `stale-${width}`, width, later: { "/api/cfg/get": uris(longUri, "srt://") }, act: stale },
+        { name: `errors-${width}`, width, replies: { "/api/ping": DROP }, act: manyErrors },
+    ]),
     { name: "off", replies: { "/api/cfg/get": uris("srt://198.51.100.2:5000?mode=caller", undefined, [false, false]) } },
     { name: "changed", act: async (page) => { await page.fill("#primaryLatency", "450"); await page.press("#primaryLatency", "End"); } },
     { name: "reboot", act: click("[href='#rebootModal']") },
@@ -79,8 +97,10 @@ const shots = [
 
 async function shoot(browser, { name, width = 1440, polls, replies = {}, later = {}, act }) {
     const unit = await new ScriptedUnit().start();
-    Object.assign(unit.replies, { "/proxy.log": raw(decoderLog) }, replies);
-    const page = await browser.newPage({ viewport: { width, height: width < 700 ? 780 : 900 }, reducedMotion: "reduce" });
+    let pictures = 0;
+    Object.assign(unit.replies, { "/proxy.log": raw(decoderLog), "/api/thumb": () => picture(200 + (pictures++ % 2)),
+        "/api/encthumb": () => picture(20 + (pictures++ % 2)) }, replies);
+    const page = await browser.newPage({ viewport: { width, height: width < 700 ? 780 : Math.max(900, width * 9 / 16) }, reducedMotion: "reduce" });
     await page.addInitScript(() => localStorage.setItem("primaryStreamHistory", JSON.stringify(["srt://203.0.113.7:5000?mode=caller"])));
     if (polls) {
         await page.clock.install({ time: new Date("2026-05-06T07:08:00") });
