@@ -2,69 +2,40 @@
 
 #include <cstdio>
 #include <cstring>
-#include <new>
-#include <utility>
+#include <memory>
 
-#include <syslog.h>
-
+#include "api/api_context.h"
 #include "api/dispatch.h"
 #include "config/config_store.h"
+#include "core/shared/system_log.h"
 #include "device/route_device.h"
-#include "device/thumbnail_source.h"
-#include "net/mongoose.h"
+#include "http/server.h"
 
 namespace {
 
-constexpr const char *kAddress = "http://0.0.0.0:8000";
+constexpr std::uint16_t kPort = 8000;
 constexpr int kPollMs = 2000;
 constexpr int kStoppingPollMs = 100;  // so that the last long wait runs beside the pump's
 
-// The listening socket, or the attempts to get one.
-class Listener {
-public:
-    Listener(mg_mgr &event_manager, ApiHandler &api) : manager(event_manager), handler(api) {}
-
-    // Tries unless it listens. Says so at the first failure and at the success after one; the
-    // HTTP layer, which tells each failure, is kept silent in between.
-    void ensure() {
-        if (listening) {
-            return;
-        }
-        const int log_level = mg_log_level;
-        mg_log_level = failed ? MG_LL_NONE : log_level;
-        listening = mg_http_listen(&manager, kAddress, apiEventHandler, &handler) != nullptr;
-        mg_log_level = log_level;
-        if (!listening && !failed) {
-            syslog(LOG_ERR, "Could not listen on port 8000, trying again");
-        } else if (listening && failed) {
-            syslog(LOG_INFO, "Listening on port 8000");
-        }
-        failed = !listening;
-    }
-
-private:
-    mg_mgr &manager;
-    ApiHandler &handler;
-    bool listening = false;
-    bool failed = false;
-};
-
-// What one pass has queued is surely sent in the next.
-void sendQueued(mg_mgr &manager) {
-    mg_mgr_poll(&manager, 0);
-}
-
-// What the last request wants done once its reply is on its way.
-void carryOutAfterReply(mg_mgr &manager) {
-    if (api_words.after_reply == nullptr) {
+// Tries unless it listens. Says so at the first failure and at the success after one.
+void listenAgain(http::Server &server, bool &failed) {
+    if (server.isListening()) {
         return;
     }
-    sendQueued(manager);
-    try {
-        std::exchange(api_words.after_reply, nullptr)();
-    } catch (const std::bad_alloc &) {
-        syslog(LOG_ERR, "No memory for the command");
+    const int error = server.listen(kPort);
+    if (error != 0 && !failed) {
+        systemLog(LOG_ERR, "Could not listen on port %d, trying again: %s", kPort, strerror(error));
+    } else if (error == 0 && failed) {
+        systemLog(LOG_INFO, "Listening on port %d", kPort);
     }
+    failed = error != 0;
+}
+
+http::StaticFiles webRoot(const ApiParts &parts) {
+    if (parts.packed) {
+        return {std::make_unique<http::PackedTree>(parts.assets), "/web_root"};
+    }
+    return {std::make_unique<http::DiskTree>(), "web_root"};
 }
 
 void *api_thread_entry(void *handler) {
@@ -74,14 +45,14 @@ void *api_thread_entry(void *handler) {
 
 }  // namespace
 
-ApiWords api_words;
+ApiContext::ApiContext(ApiHandler &handler)
+    : api(handler), thumbnail(handler.parts.thumbnails), web_root(webRoot(handler.parts)) {}
 
 ApiHandler::ApiHandler(const ApiParts &api_parts) : parts(api_parts) {
     printf("Using %spacked fs\n", parts.packed ? "" : "un");
-    api_words.route_device = parts.route_device;
     const int failure = pthread_create(&thread, nullptr, api_thread_entry, this);
     if (failure != 0) {
-        syslog(LOG_ERR, "Could not start the API thread: %s", strerror(failure));
+        systemLog(LOG_ERR, "Could not start the API thread: %s", strerror(failure));
         throw 1;
     }
 }
@@ -101,29 +72,22 @@ bool ApiHandler::setCfg(const std::string &text) {
 
 void ApiHandler::run() {
     fputs("API handler running\n", stderr);
-    mg_mgr manager;
-    mg_mgr_init(&manager);
-    Listener listener(manager, *this);
-    ThumbnailSource thumbnail_source(parts.thumbnails);
-    api_words.thumbnail_source = &thumbnail_source;
-    while (!stop) {
-        listener.ensure();
-        mg_mgr_poll(&manager, stop_flag == 0 ? kPollMs : kStoppingPollMs);
-        carryOutAfterReply(manager);
+    ApiContext context(*this);
+    http::Server server([&](const http::Request &request) { return answer(context, request); });
+    for (bool failed = false; !stop;) {
+        listenAgain(server, failed);
+        server.poll(stop_flag == 0 ? kPollMs : kStoppingPollMs);
         checkRoute();
     }
-    sendQueued(manager);
-    carryOutAfterReply(manager);  // requests are taken to the last
-    api_words.thumbnail_source = nullptr;
-    mg_mgr_free(&manager);
+    server.poll(0);  // requests are taken to the last
 }
 
-void checkRoute() {
-    if (api_words.route_device == nullptr) {
+void ApiHandler::checkRoute() {
+    if (parts.route_device == nullptr) {
         return;
     }
     try {
-        api_words.route_device->ensureRoute();
+        parts.route_device->ensureRoute();
     } catch (...) {  // it has said so on stdout
     }
 }

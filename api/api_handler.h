@@ -13,10 +13,10 @@
 #include <pthread.h>
 
 #include "core/shared/shared_words.h"
+#include "http/file_tree.h"
 
 class ConfigStore;
 class RouteDevice;
-class ThumbnailSource;
 struct StatsDocument;
 
 // Borrowed from main(), which outlives the handler, and what main() has decided.
@@ -28,18 +28,8 @@ struct ApiParts {
     CurrentIdx *current_idx;
     StatsDocument *stats;
     RouteDevice *route_device;  // null on the decoder family
+    http::PackedTable assets;   // the web root inside the executable
 };
-
-// What the event function finds beside the handler, also where its listener was made
-// without one.
-struct ApiWords {
-    RouteDevice *route_device = nullptr;          // set by the constructor, before the thread
-    ThumbnailSource *thumbnail_source = nullptr;  // API thread only, which owns the object
-    int update_gate = 0;  // API thread only; while it is not 0 no request is answered
-    // API thread only: what a route wants done once its reply is out; null: nothing.
-    void (*after_reply)() = nullptr;
-};
-extern ApiWords api_words;
 
 // Threads: constructed and destroyed on the main thread; the API thread runs in between.
 // Owner:   main(), which destroys it before anything in ApiParts.
@@ -59,6 +49,10 @@ public:
     // whatever the store did with them.
     bool setCfg(const std::string &text);
 
+    // Asks the route driver for the encoder's route if it has lost it. A driver that takes only
+    // a part of the command is asked again on the next pass. API thread only.
+    void checkRoute();
+
     // The API thread's work, until the destructor raises the stop byte.
     void run();
 
@@ -68,7 +62,3 @@ private:
     pthread_t thread{};             // main thread only
     std::atomic<bool> stop{false};  // atomic: destructor raises, API thread reads
 };
-
-// Asks the route driver for the encoder's route if it has lost it. A driver that takes only
-// a part of the command is asked again on the next pass. API thread only.
-void checkRoute();

@@ -9,11 +9,11 @@
 #include <netinet/in.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
+#include "api/api_context.h"
 #include "api/api_handler.h"
-#include "api/api_request.h"
-#include "api/json_reply.h"
+#include "api/json_message.h"
+#include "core/shared/descriptor.h"
 
 namespace {
 
@@ -44,7 +44,7 @@ Json::Value addresses() {
 
 }  // namespace
 
-void serveCapabilities(const ApiRequest &request) {
+http::Reply serveCapabilities(ApiContext &context, const http::Request &) {
     Json::Value document;
     document["product"] = product();
     document["serial"] = serialNumber(kernelCommandLine());
@@ -52,9 +52,9 @@ void serveCapabilities(const ApiRequest &request) {
     document["tidewell_version"] = kVersion;
     document["tidewell_version_value"] = kVersionValue;
     document["platform"] = kPlatform;
-    document["packed_fs"] = request.handler().parts.packed;
+    document["packed_fs"] = context.api.parts.packed;
     document["addresses"] = addresses();
-    replyJson(request.connection, document);
+    return replyJson(document);
 }
 
 std::string serialNumber(const std::string &command_line) {
@@ -70,12 +70,9 @@ std::string interfaceAddress(const std::string &name) {
     ifreq query{};
     name.copy(query.ifr_name, IFNAMSIZ - 1);
     query.ifr_addr.sa_family = AF_INET;
-    const int sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (sock == -1 || ioctl(sock, SIOCGIFADDR, &query) == -1) {
+    const Descriptor sock(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (ioctl(sock.number(), SIOCGIFADDR, &query) == -1) {
         query = {};
-    }
-    if (sock != -1) {
-        close(sock);
     }
     sockaddr_in address{};
     memcpy(&address, &query.ifr_addr, sizeof address);

@@ -3,9 +3,11 @@
 
 #include <string>
 
-struct ApiRequest;
+#include "http/reply.h"
 
-void serveCapabilities(const ApiRequest &request);
+struct ApiContext;
+
+http::Reply serveCapabilities(ApiContext &context, const http::Request &request);
 
 // The serial number in the kernel's command line: what stands behind "serialnum=" up to the
 // next blank. Empty if it is not there.

@@ -1,20 +1,17 @@
 #include "api/control_routes.h"
 
-#include <syslog.h>
 #include <unistd.h>
 
-#include "api/api_handler.h"
-#include "api/api_request.h"
-#include "api/json_reply.h"
+#include "api/api_context.h"
+#include "api/json_message.h"
 #include "api/run_command.h"
 #include "core/shared/shared_words.h"
-#include "device/thumbnail_source.h"
-#include "net/mongoose.h"
+#include "core/shared/system_log.h"
 
 namespace {
 
 void askForReboot() {
-    syslog(LOG_INFO, "Rebooting");
+    systemLog(LOG_INFO, "Rebooting");
     if (access("/sbin/shutdown", X_OK) == 0) {
         runCommand("/sbin/shutdown -r now");
     } else {
@@ -25,31 +22,35 @@ void askForReboot() {
 }  // namespace
 
 // The command may hang, or take the network away at once.
-void rebootUnit(const ApiRequest &request) {
-    replyEmpty(request.connection);
-    api_words.after_reply = askForReboot;
+http::Reply rebootUnit(ApiContext &, const http::Request &) {
+    http::Reply reply = replyEmpty();
+    reply.afterwards = askForReboot;
+    return reply;
 }
 
-void restartProcess(const ApiRequest &request) {
-    replyEmpty(request.connection);
-    syslog(LOG_INFO, "Restarting");
-    stop_flag = 1;
+http::Reply restartProcess(ApiContext &, const http::Request &) {
+    http::Reply reply = replyEmpty();
+    reply.afterwards = [] {
+        systemLog(LOG_INFO, "Restarting");
+        stop_flag = 1;
+    };
+    return reply;
 }
 
-void resetInput(const ApiRequest &request) {
+http::Reply resetInput(ApiContext &, const http::Request &) {
     runCommand("/usr/local/bin/cmd *.dcmd DIT IP RESET");
-    replyEmpty(request.connection);
+    return replyEmpty();
 }
 
-void serveThumbnail(const ApiRequest &request) {
-    ThumbnailSource &source = *api_words.thumbnail_source;
+http::Reply serveThumbnail(ApiContext &context, const http::Request &) {
+    ThumbnailSource &source = context.thumbnail;
     source.fetch();
-    mg_printf(request.connection,
-              "HTTP/1.0 200 OK\r\nCache-Control: no-cache\r\nPragma: no-cache\r\n"
-              "Expires: Thu, 01 Dec 1994 16:00:00 GMT\r\nContent-Type: image/%s\r\n"
-              "Content-Length: %lu\r\n\r\n",
-              source.imageType(), static_cast<unsigned long>(source.imageSize()));
-    mg_send(request.connection, source.image(), source.imageSize());
-    mg_send(request.connection, "\r\n", 2);
-    request.connection->is_draining = 1;
+    http::Reply reply;
+    reply.head.append("HTTP/1.0 200 OK\r\nCache-Control: no-cache\r\nPragma: no-cache\r\n"
+                      "Expires: Thu, 01 Dec 1994 16:00:00 GMT\r\nContent-Type: image/");
+    reply.head.append(source.imageType()).append("\r\nContent-Length: ");
+    reply.head.append(std::to_string(source.image().size())).append("\r\n\r\n");
+    reply.body.append(source.image()).append("\r\n");
+    reply.close = true;
+    return reply;
 }

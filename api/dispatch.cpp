@@ -2,22 +2,20 @@
 
 #include <cstdio>
 
-#include "api/api_handler.h"
-#include "api/api_request.h"
+#include "api/api_context.h"
 #include "api/capabilities.h"
 #include "api/control_routes.h"
 #include "api/firmware_routes.h"
-#include "api/json_reply.h"
+#include "api/json_message.h"
 #include "api/ping.h"
 #include "api/status_routes.h"
-#include "net/mongoose.h"
 
 namespace {
 
 struct Route {
     const char *path;
-    void (*run)(const ApiRequest &request);
-    void (*reply_on_failure)(mg_connection *connection);
+    http::Reply (*run)(ApiContext &context, const http::Request &request);
+    http::Reply (*reply_on_failure)();
 };
 
 constexpr Route kRoutes[] = {
@@ -41,39 +39,26 @@ constexpr Route kRoutes[] = {
 };
 constexpr Route kWebRoot{"/", serveWebRoot, replyError};
 
-const Route &routeOf(const mg_http_message &message) {
+const Route &routeOf(const http::Request &request) {
     for (const Route &route : kRoutes) {
-        if (mg_match(message.uri, mg_str(route.path), nullptr)) {
+        if (request.path == route.path) {
             return route;
         }
     }
     return kWebRoot;
 }
 
-// The connection is still marked as waiting for its reply while none has been made.
-void runRoute(const Route &route, const ApiRequest &request) {
-    try {
-        route.run(request);
-    } catch (...) {
-        fprintf(stderr, "API route %s failed\n", route.path);
-        if (request.connection->is_resp) {
-            route.reply_on_failure(request.connection);
-        }
-    }
-}
-
 }  // namespace
 
-void apiEventHandler(mg_connection *connection, int event, void *event_data) {
-    if (event != MG_EV_HTTP_MSG || api_words.update_gate != 0) {
-        return;
+std::optional<http::Reply> answer(ApiContext &context, const http::Request &request) {
+    if (context.update_gate) {
+        return std::nullopt;
     }
-    const ApiRequest request{.connection = connection,
-                             .message = static_cast<mg_http_message *>(event_data),
-                             .api = static_cast<ApiHandler *>(connection->fn_data)};
+    const Route &route = routeOf(request);
     try {
-        runRoute(routeOf(*request.message), request);
-    } catch (...) {  // no memory for the reply
-        connection->is_closing = 1;
+        return route.run(context, request);
+    } catch (...) {
+        fprintf(stderr, "API route %s failed\n", route.path);
+        return route.reply_on_failure();
     }
 }

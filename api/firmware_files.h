@@ -8,8 +8,7 @@
 #include <string_view>
 #include <vector>
 
-inline constexpr const char *kFirmwareDirectory = "/media/hd0/media";
-inline constexpr const char *kFirmwarePath = "/media/hd0/media/";  // what a name is put behind
+inline constexpr const char *kFirmwareDirectory = "/media/hd0/media/";
 inline constexpr std::string_view kFirmwarePrefix = "tidewell-";
 
 // Which of the firmware files are this unit's: ZOLVA_PLATFORM, or "fennel" if that is unset.

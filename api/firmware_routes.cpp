@@ -3,15 +3,14 @@
 #include <set>
 #include <string>
 
-#include <syslog.h>
 #include <unistd.h>
 
-#include "api/api_handler.h"
-#include "api/api_request.h"
+#include "api/api_context.h"
 #include "api/firmware_files.h"
 #include "api/firmware_server.h"
-#include "api/json_reply.h"
+#include "api/json_message.h"
 #include "api/run_command.h"
+#include "core/shared/system_log.h"
 
 namespace {
 
@@ -27,8 +26,8 @@ Json::Value jsonArray(const Names &names) {
 }
 
 // Empty if the request names none that may be used.
-std::string nameIn(const ApiRequest &request) {
-    const Json::Value name = request.member("update");
+std::string nameIn(const http::Request &request) {
+    const Json::Value name = memberOf(request, "update");
     return name.isString() && isFirmwareName(name.asString()) ? name.asString() : "";
 }
 
@@ -41,61 +40,44 @@ void editCrontab() {
     }
 }
 
-void startScript(const std::string &name) {
-    syslog(LOG_INFO, "Updating to %s", name.c_str());
+// From here on the API answers nobody.
+void startScript(ApiContext &context, const std::string &name) {
+    systemLog(LOG_INFO, "Updating to %s", name.c_str());
     editCrontab();
-    runCommand(("sh " + (kFirmwarePath + name) + "&").c_str());
+    runCommand(("sh " + (kFirmwareDirectory + name) + "&").c_str());
+    context.update_gate = true;
 }
-
-// Up while it lives, and for good once the script has been started.
-class UpdateGate {
-public:
-    UpdateGate() { api_words.update_gate = 1; }
-    ~UpdateGate() { api_words.update_gate = started ? 1 : 0; }
-    UpdateGate(const UpdateGate &) = delete;
-    UpdateGate &operator=(const UpdateGate &) = delete;
-
-    void keepUp() { started = true; }
-
-private:
-    bool started = false;
-};
 
 }  // namespace
 
-void listLocalFirmware(const ApiRequest &request) {
+http::Reply listLocalFirmware(ApiContext &, const http::Request &) {
     const std::string prefix = std::string(kFirmwarePrefix) + firmwarePlatform();
-    replyUpdates(request.connection, jsonArray(localFirmware(kFirmwareDirectory, prefix)));
+    return replyUpdates(jsonArray(localFirmware(kFirmwareDirectory, prefix)));
 }
 
-void listServerFirmware(const ApiRequest &request) {
+http::Reply listServerFirmware(ApiContext &, const http::Request &) {
     std::set<std::string> names;
     listFirmware(names, firmwarePlatform());
-    replyUpdates(request.connection, jsonArray(names));
+    return replyUpdates(jsonArray(names));
 }
 
-void startLocalFirmware(const ApiRequest &request) {
+http::Reply startLocalFirmware(ApiContext &context, const http::Request &request) {
     const std::string name = nameIn(request);
-    if (name.empty() || !isFirmwareFile(kFirmwarePath + name)) {
-        replyUnusable(request.connection);
-        return;
+    if (name.empty() || !isFirmwareFile(kFirmwareDirectory + name)) {
+        return replyUnusable();
     }
-    pruneFirmware(name, kFirmwarePath);
-    startScript(name);
-    replyEmpty(request.connection);
-    api_words.update_gate = 1;
+    pruneFirmware(name, kFirmwareDirectory);
+    startScript(context, name);
+    return replyEmpty();
 }
 
-void startServerFirmware(const ApiRequest &request) {
+http::Reply startServerFirmware(ApiContext &context, const http::Request &request) {
     const std::string name = nameIn(request);
     if (name.empty()) {
-        replyUnusable(request.connection);
-        return;
+        return replyUnusable();
     }
-    UpdateGate gate;
-    replyEmpty(request.connection);
-    if (!downloadFirmware(kFirmwareUrl, name, kFirmwarePath).empty()) {
-        startScript(name);
-        gate.keepUp();
+    if (!downloadFirmware(kFirmwareUrl, name, kFirmwareDirectory).empty()) {
+        startScript(context, name);
     }
+    return replyEmpty();
 }

@@ -5,14 +5,16 @@
 // nobody; the stream goes on.
 #pragma once
 
-struct ApiRequest;
+#include "http/reply.h"
 
-void listLocalFirmware(const ApiRequest &request);
-void listServerFirmware(const ApiRequest &request);
+struct ApiContext;
 
-// Starts a file that lies on the unit, replies, raises the gate.
-void startLocalFirmware(const ApiRequest &request);
+http::Reply listLocalFirmware(ApiContext &context, const http::Request &request);
+http::Reply listServerFirmware(ApiContext &context, const http::Request &request);
 
-// Raises the gate and replies at once, then downloads and starts. The client gets the reply
-// when the download has ended, however that was: if it failed, the gate goes down again.
-void startServerFirmware(const ApiRequest &request);
+// Starts a file that lies on the unit, and raises the gate.
+http::Reply startLocalFirmware(ApiContext &context, const http::Request &request);
+
+// Downloads a file and starts it, and raises the gate. The client gets its reply when the
+// download has ended, and the same one where that failed: then the gate stays down.
+http::Reply startServerFirmware(ApiContext &context, const http::Request &request);

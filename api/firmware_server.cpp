@@ -5,13 +5,12 @@
 #include <memory>
 #include <sstream>
 
-#include <syslog.h>
-
 #include <boost/xpressive/xpressive_dynamic.hpp>
 #include <curl/curl.h>
 
 #include "api/firmware_files.h"
 #include "core/shared/shared_words.h"
+#include "core/shared/system_log.h"
 
 namespace {
 
@@ -79,7 +78,7 @@ bool fetchListing(CURL *curl, std::string &listing) {
     leaveLookupBehind(curl);
     const CURLcode result = curl_easy_perform(curl);
     if (result != CURLE_OK) {
-        syslog(LOG_ERR, "Could not fetch firmware listing %s", curl_easy_strerror(result));
+        systemLog(LOG_ERR, "Could not fetch firmware listing %s", curl_easy_strerror(result));
     }
     return result == CURLE_OK;
 }
@@ -112,7 +111,7 @@ const char *const kFirmwareUrl = TIDEWELL_FIRMWARE_URL;
 void listFirmware(std::set<std::string> &names, const std::string &platform) {
     const CurlHandle curl(curl_easy_init(), curl_easy_cleanup);
     if (!curl) {
-        syslog(LOG_ERR, "Failed to allocate curl");
+        systemLog(LOG_ERR, "Failed to allocate curl");
         return;
     }
     std::string listing;
@@ -134,7 +133,7 @@ std::set<std::string> scrapeFirmwareNames(const std::string &listing, const std:
             }
         }
     } catch (const regex_error &failure) {
-        syslog(LOG_ERR, "Platform \"%s\": %s", platform.c_str(), failure.what());
+        systemLog(LOG_ERR, "Platform \"%s\": %s", platform.c_str(), failure.what());
     }
     return names;
 }
@@ -149,7 +148,7 @@ std::string downloadFirmware(const std::string &base, const std::string &name,
     const std::string unfinished = directory + ".tidewell-download";
     FILE *file = fopen(unfinished.c_str(), "wbe");
     if (file == nullptr) {
-        syslog(LOG_ERR, "File open failed = %s \n", path.c_str());
+        systemLog(LOG_ERR, "File open failed = %s \n", path.c_str());
         return "";
     }
     const bool fetched = fetchFile(url, file);
@@ -157,7 +156,7 @@ std::string downloadFirmware(const std::string &base, const std::string &name,
     if (!fetched || !written || rename(unfinished.c_str(), path.c_str()) != 0) {
         remove(unfinished.c_str());
         if (fetched) {
-            syslog(LOG_ERR, "File write failed = %s", path.c_str());
+            systemLog(LOG_ERR, "File write failed = %s", path.c_str());
         }
         return "";
     }

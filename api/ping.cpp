@@ -11,8 +11,8 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "api/api_request.h"
-#include "api/json_reply.h"
+#include "api/json_message.h"
+#include "core/shared/descriptor.h"
 
 namespace {
 
@@ -23,18 +23,6 @@ constexpr std::size_t kPayloadOffset = 8;
 constexpr std::size_t kChecksumOffset = 2;
 constexpr std::size_t kReplyBytes = 128;
 constexpr std::uint8_t kPlainIpv4Header = 0x45;  // version 4, five words: no options
-
-struct Socket {
-    explicit Socket(int descriptor) : number(descriptor) {}
-    ~Socket() {
-        if (number != -1) {
-            close(number);
-        }
-    }
-    Socket(const Socket &) = delete;
-    Socket &operator=(const Socket &) = delete;
-    const int number;
-};
 
 std::optional<sockaddr_in> resolve(const std::string &host) {
     const hostent *entry = gethostbyname(host.c_str());
@@ -90,7 +78,7 @@ void exchange(int sock, const sockaddr_in &address, PingResult &result) {
     result.success = true;
 }
 
-void reply(mg_connection *connection, const PingResult &result) {
+http::Reply reply(const PingResult &result) {
     char time[32];
     snprintf(time, sizeof time, "%Lf", result.time);
     Json::Value document;
@@ -100,7 +88,7 @@ void reply(mg_connection *connection, const PingResult &result) {
     document["success"] = result.success;
     document["time"] = time;
     document["ttl"] = result.ttl;
-    replyJson(connection, document);
+    return replyJson(document);
 }
 
 // The Internet checksum, of bytes whose checksum field is 0.
@@ -121,17 +109,17 @@ void putWord(std::array<std::uint8_t, kEchoBytes> &packet, std::size_t offset, s
 
 }  // namespace
 
-void servePing(const ApiRequest &request) {
+http::Reply servePing(ApiContext &, const http::Request &request) {
     PingResult result;
-    const Json::Value host = request.member("host");
+    const Json::Value host = memberOf(request, "host");
     if (host.isString()) {
         pingHost(host.asString(), result);
     }
-    reply(request.connection, result);
+    return reply(result);
 }
 
-void replyNoPing(mg_connection *connection) {
-    reply(connection, PingResult{});
+http::Reply replyNoPing() {
+    return reply(PingResult{});
 }
 
 void pingHost(const std::string &host, PingResult &result) {
@@ -141,14 +129,14 @@ void pingHost(const std::string &host, PingResult &result) {
         result.message = "DNS lookup failed";
         return;
     }
-    const Socket sock(socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP));
-    if (sock.number == -1) {
+    const Descriptor sock(socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP));
+    if (!sock.isOpen()) {
         result.message = "Could not create socket";
         return;
     }
     result.ip = inet_ntoa(address->sin_addr);
-    setOptions(sock.number);
-    exchange(sock.number, *address, result);
+    setOptions(sock.number());
+    exchange(sock.number(), *address, result);
 }
 
 std::array<std::uint8_t, kEchoBytes> makeEchoRequest(std::uint16_t identifier) {

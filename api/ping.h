@@ -8,8 +8,9 @@
 #include <cstdint>
 #include <string>
 
-struct ApiRequest;
-struct mg_connection;
+#include "http/reply.h"
+
+struct ApiContext;
 
 struct PingResult {
     std::string host;      // the name asked for
@@ -22,10 +23,10 @@ struct PingResult {
 
 // Pings the host in the body's member `host`. Holds the API for a second at most, and before
 // that for as long as the name takes to resolve.
-void servePing(const ApiRequest &request);
+http::Reply servePing(ApiContext &context, const http::Request &request);
 
 // The reply to a request that names no host.
-void replyNoPing(mg_connection *connection);
+http::Reply replyNoPing();
 
 // Needs the right to open a raw socket. Fills the record, whatever happens.
 void pingHost(const std::string &host, PingResult &result);

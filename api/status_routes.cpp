@@ -2,14 +2,13 @@
 
 #include <optional>
 
+#include "api/api_context.h"
 #include "api/api_handler.h"
-#include "api/api_request.h"
-#include "api/json_reply.h"
+#include "api/json_message.h"
 #include "config/config_store.h"
 #include "core/shared/mutex.h"
 #include "device/audio_levels.h"
 #include "endpoints/stats_document.h"
-#include "net/mongoose.h"
 
 namespace {
 
@@ -29,54 +28,45 @@ std::optional<int> slotIn(const Json::Value &index) {
 
 }  // namespace
 
-void serveStats(const ApiRequest &request) {
-    const ApiParts &parts = request.handler().parts;
+http::Reply serveStats(ApiContext &context, const http::Request &) {
+    const ApiParts &parts = context.api.parts;
     Json::Value document = copyOf(*parts.stats);
     document["current_idx"] = CurrentIdx::slotOf(parts.current_idx->load());
     document["audio_levels"] = audioLevels();
-    replyJson(request.connection, document);
+    return replyJson(document);
 }
 
-void resetStats(const ApiRequest &request) {
-    replyEmpty(request.connection);
+http::Reply resetStats(ApiContext &, const http::Request &) {
+    return replyEmpty();
 }
 
-void serveConfig(const ApiRequest &request) {
-    const std::string document = request.handler().parts.store->urisJson();
-    mg_http_reply(request.connection, 200, kJsonHeaders, "%s\n", document.c_str());
+http::Reply serveConfig(ApiContext &context, const http::Request &) {
+    return replyText(context.api.parts.store->urisJson());
 }
 
-void applyConfig(const ApiRequest &request) {
-    ApiHandler &handler = request.handler();
-    const std::string body = request.body();
-    checkRoute();
-    handler.setCfg(body.substr(0, body.find('\0')));
-    handler.parts.current_idx->choose(0);
-    *handler.parts.change_flag = 1;  // the pump may have lowered it before the index was set
-    replyStatus(request.connection, true);
+http::Reply applyConfig(ApiContext &context, const http::Request &request) {
+    ApiHandler &api = context.api;
+    api.checkRoute();
+    api.setCfg(std::string(request.body.substr(0, request.body.find('\0'))));
+    api.parts.current_idx->choose(0);
+    *api.parts.change_flag = 1;  // the pump may have lowered it before the index was set
+    return replyStatus(true);
 }
 
-void selectSource(const ApiRequest &request) {
-    const ApiParts &parts = request.handler().parts;
-    const std::optional<int> slot = slotIn(request.member("index"));
+http::Reply selectSource(ApiContext &context, const http::Request &request) {
+    const ApiParts &parts = context.api.parts;
+    const std::optional<int> slot = slotIn(memberOf(request, "index"));
     if (slot) {
         parts.current_idx->choose(*slot);
         *parts.change_flag = 1;
     }
-    replyStatus(request.connection, slot.has_value());
+    return replyStatus(slot.has_value());
 }
 
-void serveLog(const ApiRequest &request) {
-    mg_http_serve_opts options{};
-    options.root_dir = "/tmp";
-    options.is_log = true;
-    mg_http_serve_dir(request.connection, request.message, &options);
+http::Reply serveLog(ApiContext &, const http::Request &request) {
+    return http::answerWithLog(request, "/tmp/proxy.log");
 }
 
-void serveWebRoot(const ApiRequest &request) {
-    const bool packed = request.api != nullptr && request.api->parts.packed;
-    mg_http_serve_opts options{};
-    options.root_dir = packed ? "/web_root" : "web_root";
-    options.fs = packed ? &mg_fs_packed : nullptr;
-    mg_http_serve_dir(request.connection, request.message, &options);
+http::Reply serveWebRoot(ApiContext &context, const http::Request &request) {
+    return context.web_root.answer(request);
 }

@@ -1,27 +1,29 @@
 // The routes that show the state of the unit and take new stream settings.
 #pragma once
 
-struct ApiRequest;
+#include "http/reply.h"
+
+struct ApiContext;
 
 // The stats document with the slot in use and the audio levels. The levels are a text that
 // holds a JSON array, not an array.
-void serveStats(const ApiRequest &request);
+http::Reply serveStats(ApiContext &context, const http::Request &request);
 
 // Clears nothing: libsrt's counters run from the start of a connection.
-void resetStats(const ApiRequest &request);
+http::Reply resetStats(ApiContext &context, const http::Request &request);
 
 // Both stream addresses.
-void serveConfig(const ApiRequest &request);
+http::Reply serveConfig(ApiContext &context, const http::Request &request);
 
 // Takes new addresses. Succeeds whatever the store does with them; the stream is closed and
 // opened anew from the primary address in any case.
-void applyConfig(const ApiRequest &request);
+http::Reply applyConfig(ApiContext &context, const http::Request &request);
 
 // Goes over to the address that `index` names, without a change of the settings.
-void selectSource(const ApiRequest &request);
+http::Reply selectSource(ApiContext &context, const http::Request &request);
 
 // The log's file.
-void serveLog(const ApiRequest &request);
+http::Reply serveLog(ApiContext &context, const http::Request &request);
 
 // The page and whatever else has no route.
-void serveWebRoot(const ApiRequest &request);
+http::Reply serveWebRoot(ApiContext &context, const http::Request &request);

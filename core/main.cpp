@@ -25,6 +25,7 @@
 #include "endpoints/payload.h"
 #include "endpoints/stats_document.h"
 #include "endpoints/udp_output.h"
+#include "tools/packed_assets.h"
 
 namespace {
 
@@ -137,7 +138,8 @@ void startApi(Process &process) {
                                                         .packed = process.packed,
                                                         .current_idx = &process.current_idx,
                                                         .stats = &process.stats,
-                                                        .route_device = process.route.get()});
+                                                        .route_device = process.route.get(),
+                                                        .assets = {assetContent, assetName}});
 }
 
 void allocateBuffer(Process &process) {

@@ -1,7 +1,7 @@
-// Any bytes from a client, in pieces: messages and paths that stay inside the root. The
+// Any bytes from a client, in pieces: requests and paths that stay inside the root. The
 // first byte says how long the pieces are.
-#include "net/asset_path.h"
-#include "net/message_reader.h"
+#include "http/asset_path.h"
+#include "http/request_reader.h"
 
 #include <algorithm>
 
@@ -9,13 +9,9 @@
 
 namespace {
 
-std::string_view viewOf(const mg_str &text) {
-    return {text.buf, text.len};
-}
-
 void checkPath(std::string_view uri) {
     std::string path;
-    if (net::assetPath("/root", uri, path) != net::PathCheck::Ok) {
+    if (http::assetPath("/root", uri, path) != http::PathCheck::Ok) {
         return;
     }
     require(path.starts_with("/root"), "a path begins with its root");
@@ -26,14 +22,14 @@ void checkPath(std::string_view uri) {
 }
 
 // False where the connection would be closed.
-bool takeMessages(net::MessageReader &reader, std::string &input) {
+bool takeRequests(http::RequestReader &reader, std::string &input) {
     for (;;) {
-        switch (reader.parse(input)) {
-        case net::MessageReader::Result::NeedMore:
+        switch (reader.read(input)) {
+        case http::Verdict::NeedMore:
             return true;
-        case net::MessageReader::Result::Complete:
-            checkPath(viewOf(reader.message().uri));
-            require(reader.message().body.len <= net::kBodyLimit, "a body is within its limit");
+        case http::Verdict::Complete:
+            checkPath(reader.request().path);
+            require(reader.request().body.size() <= http::kBodyLimit, "a body is within its limit");
             reader.reset();
             break;
         default:
@@ -51,15 +47,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t cou
     const std::size_t piece = std::size_t{bytes[0]} + 1;
     const std::string all = textOf(bytes + 1, count - 1);
     checkPath(all);
-    const auto reader = net::makeRequestReader();
+    http::RequestReader reader;
     std::string input;
     bool open = true;
     for (std::size_t at = 0; open && at < all.size(); at += piece) {
         input += all.substr(at, piece);
-        open = takeMessages(*reader, input);
-    }
-    if (open) {
-        reader->finish();
+        open = takeRequests(reader, input);
     }
     return 0;
 }

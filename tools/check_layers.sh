@@ -8,15 +8,15 @@ allowed() {
         core/shared) echo 'core/shared' ;;
         config) echo 'config|core/shared' ;;
         endpoints) echo 'endpoints|config|core/shared' ;;
-        net) echo 'net' ;;
-        device) echo 'device|net|core/shared' ;;
-        api) echo 'api|device|config|endpoints/stats_document|net|core/shared' ;;
-        tools) echo 'tools|net' ;;
-        core) echo 'core|endpoints|config|api|device' ;;
+        http) echo 'http|core/shared' ;;
+        device) echo 'device|core/shared' ;;
+        api) echo 'api|device|config|endpoints/stats_document|http|core/shared' ;;
+        tools) echo 'tools' ;;
+        core) echo 'core|endpoints|config|api|device|tools/packed_assets' ;;
     esac
 }
 status=0
-for layer in core/shared config endpoints net device api tools core; do
+for layer in core/shared config endpoints http device api tools core; do
     pattern=$(allowed $layer)
     files=$(git ls-files "$layer/*.h" "$layer/*.cpp")
     [ "$layer" = core ] && files=$(echo "$files" | grep -v '^core/shared/')

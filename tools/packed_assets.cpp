@@ -28,7 +28,7 @@ const asset_record kAssets[] = {
 
 }  // namespace
 
-const char *mg_unpack(const char *path, size_t *size, time_t *mtime) {
+const char *assetContent(const char *path, size_t *size, time_t *mtime) {
     for (const asset_record *asset = kAssets; asset->name != nullptr; ++asset) {
         if (std::strcmp(asset->name, path) != 0)
             continue;
@@ -42,6 +42,6 @@ const char *mg_unpack(const char *path, size_t *size, time_t *mtime) {
 }
 
 // Past the end record it stays null, so that a caller cannot walk off the table.
-const char *mg_unlist(size_t no) {
+const char *assetName(size_t no) {
     return no < std::size(kAssets) ? kAssets[no].name : nullptr;
 }

@@ -1,6 +1,4 @@
-// The web root inside the executable, as the HTTP layer's packed file system
-// looks it up. That layer declares the same two names and does not know who
-// defines them, so they have C linkage and no namespace.
+// The web root inside the executable.
 //
 // Paths are absolute, "/web_root/...", and compared whole. A directory has an
 // entry of its own, with no content. Nothing here is ever written: any thread
@@ -10,11 +8,9 @@
 #include <cstddef>
 #include <ctime>
 
-extern "C" {
 // The content of `path`, with a zero byte behind it; null if there is no such
 // entry, and then the outs are left alone. Each out may be null.
-const char *mg_unpack(const char *path, size_t *size, time_t *mtime);
+const char *assetContent(const char *path, size_t *size, time_t *mtime);
 
 // The path of entry `no`, counted from 0; null at and past the end.
-const char *mg_unlist(size_t no);
-}
+const char *assetName(size_t no);

@@ -231,7 +231,6 @@ TEST(Api, TakenPortIsToldOnceAndTakenUpWhenItIsFree) {
     ASSERT_TRUE(daemon.waitForLine("Listening on port 8000"));
     EXPECT_EQ(ask("/api/stats/reset").body, "{}\n");
     EXPECT_EQ(daemon.countLines("Could not listen"), 1);
-    EXPECT_EQ(daemon.countLines("0.0.0.0:8000"), 1) << "the HTTP layer's own line, at each try";
     EXPECT_EQ(daemon.stop(5s), 0);
 }
 
@@ -326,7 +325,6 @@ TEST(Thumbnail, IsTheLastImageThatCouldBeFetched) {
                                          " HTTP/1.0\r\nHost: 127.0.0.1\r\nContent-Type: "
                                          "octet-stream\r\nContent-Length: 0\r\n\r\n");
         EXPECT_EQ(ask("/api/encthumb?now").body, "no");
-        EXPECT_EQ(daemon.countLines("http: "), 0) << "a line for each second without a server";
     }
 }
 

@@ -22,22 +22,22 @@ TEST(PackedAssets, StandInTheirOrder) {
         "static/visibility.svg");
     size_t count = 0;
     for (std::string name; names >> name; ++count) {
-        EXPECT_EQ(mg_unlist(count), "/web_root/" + name);
+        EXPECT_EQ(assetName(count), "/web_root/" + name);
     }
-    EXPECT_EQ(mg_unlist(count), nullptr);
-    EXPECT_EQ(mg_unlist(1000), nullptr);
+    EXPECT_EQ(assetName(count), nullptr);
+    EXPECT_EQ(assetName(1000), nullptr);
 }
 
 TEST(PackedAssets, HoldWhatTheStagedFilesHold) {
-    for (size_t i = 0; mg_unlist(i) != nullptr; ++i) {
-        SCOPED_TRACE(mg_unlist(i));
+    for (size_t i = 0; assetName(i) != nullptr; ++i) {
+        SCOPED_TRACE(assetName(i));
         const std::string staged =
-            TIDEWELL_STAGED_ROOT + std::string(mg_unlist(i)).substr(std::strlen("/web_root"));
+            TIDEWELL_STAGED_ROOT + std::string(assetName(i)).substr(std::strlen("/web_root"));
         struct stat status {};
         ASSERT_EQ(stat(staged.c_str(), &status), 0);
         size_t size = 1;
         time_t mtime = 0;
-        const char *data = mg_unpack(mg_unlist(i), &size, &mtime);
+        const char *data = assetContent(assetName(i), &size, &mtime);
         ASSERT_NE(data, nullptr);
         EXPECT_EQ(data[size], '\0');
         if (S_ISDIR(status.st_mode)) {
@@ -57,7 +57,7 @@ TEST(PackedAssets, KeepTheTimesOfThePackagesTheyComeFrom) {
         struct stat status {};
         ASSERT_EQ(stat((TIDEWELL_NODE_MODULES "/" + std::string(source)).c_str(), &status), 0);
         time_t mtime = 0;
-        mg_unpack(("/web_root/static/" + std::string(name)).c_str(), nullptr, &mtime);
+        assetContent(("/web_root/static/" + std::string(name)).c_str(), nullptr, &mtime);
         EXPECT_EQ(mtime, status.st_mtime) << name;
     }
 }
@@ -68,11 +68,11 @@ TEST(PackedAssets, AreFoundByTheirWholeNameOnly) {
         SCOPED_TRACE(name);
         size_t size = 77;
         time_t mtime = 78;
-        EXPECT_EQ(mg_unpack(name, &size, &mtime), nullptr);
+        EXPECT_EQ(assetContent(name, &size, &mtime), nullptr);
         EXPECT_EQ(size, 77U);
         EXPECT_EQ(mtime, 78);
     }
-    EXPECT_NE(mg_unpack("/web_root/main.js", nullptr, nullptr), nullptr);
+    EXPECT_NE(assetContent("/web_root/main.js", nullptr, nullptr), nullptr);
 }
 
 }  // namespace

@@ -11,7 +11,7 @@
 
 #include "api/firmware_files.h"
 #include "api/firmware_server.h"
-#include "net/descriptor.h"
+#include "core/shared/descriptor.h"
 #include "sim/loopback.h"
 #include "sim/web_server.h"
 #include "tests/support/files.h"
@@ -137,7 +137,7 @@ TEST_F(FirmwareDirectory, SilentNameServersAreWaitedForTenSecondsAtMost) {
 #endif
     fs::remove("/etc/resolv.conf");
     writeFile("/etc/resolv.conf", "nameserver 127.0.0.1\nnameserver 127.0.0.1\n");
-    const net::Descriptor silent(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const Descriptor silent(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ASSERT_EQ(sim::bindTo(silent.number(), 53), 0);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(downloadFirmware("http://firmware.test/", "tidewell-fennel-2", directory), "");
