@@ -194,20 +194,4 @@ long Daemon::statusValue(const std::string &key) const {
     return -1;
 }
 
-double Daemon::cpuSeconds() const {
-    std::ifstream stat("/proc/" + std::to_string(pid()) + "/stat");
-    std::string line;
-    std::getline(stat, line);
-    // The name in brackets may hold blanks; user and system time are 12 and 13 fields on.
-    std::istringstream fields(line.substr(std::min(line.rfind(')') + 1, line.size())));
-    std::string skipped;
-    for (int i = 0; i < 11; ++i) {
-        fields >> skipped;
-    }
-    double user = -1;
-    double system = 0;
-    fields >> user >> system;
-    return fields ? (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK)) : -1;
-}
-
 }  // namespace sim

@@ -72,7 +72,6 @@ public:
     [[nodiscard]] int descriptors() const;
     [[nodiscard]] int threads() const;
     [[nodiscard]] long residentKb() const;
-    [[nodiscard]] double cpuSeconds() const;
 
 private:
     // Of /proc/PID/status, as a number.

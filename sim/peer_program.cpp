@@ -52,7 +52,6 @@ void runSender(PeerState &state) {
         std::this_thread::sleep_until(pacer.next(message.size()));
         generator.fillBytes(message.data(), message.size());
         link.send(message.data(), message.size());
-        add(state.sent_messages, 1);
     }
 }
 

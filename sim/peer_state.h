@@ -65,7 +65,6 @@ struct PeerState {
     std::atomic<std::uint32_t> connections;       // that stand
     std::atomic<std::uint32_t> connections_made;  // ever
     LinkCounters link;
-    Counter sent_messages;
     TsCounters received;
 };
 

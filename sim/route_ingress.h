@@ -47,8 +47,6 @@ public:
 
     // Whether a reader has the device open and is being written to.
     [[nodiscard]] bool isOpen() const { return is_open; }
-    // Whole pieces that the device has taken.
-    [[nodiscard]] std::uint64_t writtenPieces() const { return written_pieces; }
 
 private:
     void run();

@@ -27,7 +27,6 @@ public:
 
     // Tells this source's packets apart at the other end: the index in TsCounters.
     [[nodiscard]] std::uint32_t id() const { return state->settings.source_id; }
-    [[nodiscard]] std::uint64_t sentMessages() const { return state->sent_messages; }
 
 private:
     static SenderOptions onPort(std::uint16_t port) {

@@ -5,8 +5,6 @@
 #include <new>
 #include <random>
 
-#include "sim/clock.h"
-
 namespace sim {
 namespace {
 
@@ -27,8 +25,7 @@ constexpr std::size_t kPesHeaderBytes = 6;
 constexpr std::size_t kMarkAt = kHeaderBytes + kPesHeaderBytes;
 constexpr std::size_t kRunAt = kMarkAt + 4;
 constexpr std::size_t kSequenceAt = kRunAt + 4;
-constexpr std::size_t kSendTimeAt = kSequenceAt + 8;
-constexpr std::size_t kFillerAt = kSendTimeAt + 8;
+constexpr std::size_t kFillerAt = kSequenceAt + 8;
 constexpr std::size_t kFillerBytes = kPacketBytes - kFillerAt;
 constexpr std::array<std::uint8_t, 4> kMark = {'t', 'w', 's', 'm'};
 
@@ -116,7 +113,6 @@ TsGenerator::TsGenerator(std::uint32_t id, std::uint64_t rate)
       run(std::random_device()()), packets_made(2) {}
 
 void TsGenerator::fill(std::uint8_t *out, std::size_t packets) {
-    const std::uint64_t now_ns = monotonicNs();
     for (std::size_t i = 0; i < packets; ++i, ++packets_made) {
         std::uint8_t *packet = out + i * kPacketBytes;
         if (packets_made % kTableDistance < 2) {
@@ -124,7 +120,7 @@ void TsGenerator::fill(std::uint8_t *out, std::size_t packets) {
         } else if (packets_made % kPcrDistance == kPcrPlace) {
             writePcr(packet);
         } else {
-            writeMedia(packet, now_ns);
+            writeMedia(packet);
         }
     }
 }
@@ -169,14 +165,13 @@ void TsGenerator::writePcr(std::uint8_t *out) const {
     putBigEndian(out + 6, (ticks / 300) << 15U | 0x7E00U | ticks % 300, 6);
 }
 
-void TsGenerator::writeMedia(std::uint8_t *out, std::uint64_t now_ns) {
+void TsGenerator::writeMedia(std::uint8_t *out) {
     putHeader(out, kMediaPid + source_id, true, 1, media_counter++);
     putBigEndian(out + kHeaderBytes, 0x000001BF, 4);
     putBigEndian(out + kHeaderBytes + 4, kPacketBytes - kMarkAt, 2);
     std::copy(kMark.begin(), kMark.end(), out + kMarkAt);
     putBigEndian(out + kRunAt, run, 4);
     putBigEndian(out + kSequenceAt, sequence, 8);
-    putBigEndian(out + kSendTimeAt, now_ns, 8);
     std::memcpy(out + kFillerAt, fillerOf(sequence), kFillerBytes);
     ++sequence;
 }
@@ -188,7 +183,6 @@ TsChecker::TsChecker(TsCounters &target) : counters(target), sources(kSourceCoun
 }
 
 void TsChecker::take(const std::uint8_t *message, std::size_t bytes, std::uint64_t arrival_ns) {
-    latency_taken = false;
     if (!carry.empty()) {
         const std::size_t missing = std::min(kPacketBytes - carry.size(), bytes);
         carry.insert(carry.end(), message, message + missing);
@@ -283,10 +277,6 @@ void TsChecker::takeMedia(std::uint32_t id, const std::uint8_t *packet, std::uin
     add(totals.packets, 1);
     totals.last_arrival_ns.store(arrival_ns, std::memory_order_relaxed);
     counters.last_source.store(id, std::memory_order_relaxed);
-    if (!latency_taken) {
-        latency_taken = true;
-        countLatency(arrival_ns - getBigEndian(packet + kSendTimeAt, 8));
-    }
 }
 
 void TsChecker::beginRun(std::uint32_t id, std::uint32_t run, std::uint64_t sequence) {
@@ -294,14 +284,6 @@ void TsChecker::beginRun(std::uint32_t id, std::uint32_t run, std::uint64_t sequ
     sources[id].run = run;
     sources[id].next_sequence = sequence;
     add(counters.sources[id].runs, 1);
-}
-
-void TsChecker::countLatency(std::uint64_t latency_ns) {
-    const std::size_t place = counters.latencies.load(std::memory_order_relaxed);
-    counters.latency_ns[place % kLatencySamples].store(
-        static_cast<std::uint32_t>(std::min<std::uint64_t>(latency_ns, 0xFFFFFFFF)),
-        std::memory_order_relaxed);
-    add(counters.latencies, 1);
 }
 
 void TsChecker::countSequence(std::uint32_t id, std::uint64_t sequence) {

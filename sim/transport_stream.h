@@ -2,10 +2,10 @@
 //
 // Packets are valid: a PAT, a PMT and a PCR at their usual distances, continuity
 // counters, and between them a private stream whose packets carry the source's id, a
-// 64-bit sequence number, the time of sending and a filler that follows from the
-// number. Each source has PIDs of its own, so that several can follow one another on
-// one wire without their continuity counters mixing; and each run of a source has a
-// number of its own, so that a source that was restarted counts as no loss.
+// 64-bit sequence number and a filler that follows from the number. Each source has PIDs
+// of its own, so that several can follow one another on one wire without their continuity
+// counters mixing; and each run of a source has a number of its own, so that a source that
+// was restarted counts as no loss.
 #pragma once
 
 #include <array>
@@ -25,7 +25,7 @@ public:
     // `source_id` below kSourceCount. `rate_bps` sets the pace of the PCR only.
     TsGenerator(std::uint32_t source_id, std::uint64_t rate_bps);
 
-    // Fills `packets` x 188 bytes; one time of sending holds for all of them.
+    // Fills `packets` x 188 bytes.
     void fill(std::uint8_t *out, std::size_t packets);
     // The same stream in pieces that need not end where a packet does.
     void fillBytes(std::uint8_t *out, std::size_t bytes);
@@ -33,7 +33,7 @@ public:
 private:
     void writeTables(std::uint8_t *out);
     void writePcr(std::uint8_t *out) const;
-    void writeMedia(std::uint8_t *out, std::uint64_t now_ns);
+    void writeMedia(std::uint8_t *out);
 
     const std::uint32_t source_id;
     const std::uint64_t rate_bps;
@@ -73,7 +73,6 @@ private:
     void takeMedia(std::uint32_t id, const std::uint8_t *packet, std::uint64_t arrival_ns);
     void beginRun(std::uint32_t id, std::uint32_t run, std::uint64_t sequence);
     void countSequence(std::uint32_t id, std::uint64_t sequence);
-    void countLatency(std::uint64_t latency_ns);
     void checkContinuity(std::uint32_t id, std::size_t pid_kind, const std::uint8_t *packet);
 
     TsCounters &counters;
@@ -81,7 +80,6 @@ private:
     std::vector<std::uint8_t> carry;  // the beginning of a packet that a message cut
     std::uint64_t rate_since_ns = 0;
     std::uint64_t rate_bytes = 0;
-    bool latency_taken = false;  // in the message at hand
 };
 
 }  // namespace sim

@@ -21,7 +21,6 @@ inline constexpr std::size_t kPacketBytes = 188;
 inline constexpr std::size_t kMessageBytes = 7 * kPacketBytes;
 inline constexpr std::size_t kSourceCount = 16;
 inline constexpr std::size_t kLargestMessage = 1500;
-inline constexpr std::size_t kLatencySamples = 1U << 18U;
 inline constexpr std::uint32_t kNoSource = 0xFFFFFFFF;
 
 using Counter = std::atomic<std::uint64_t>;
@@ -55,8 +54,6 @@ struct TsCounters {
     Counter last_arrival_ns;  // 0 before the first message
     Counter foreign_bytes;    // not part of any packet of ours
     std::array<Counter, kLargestMessage + 1> message_sizes;  // larger ones count at the end
-    Counter latencies;  // ever taken; the last kLatencySamples stand in latency_ns
-    std::array<std::atomic<std::uint32_t>, kLatencySamples> latency_ns;
 
     // Messages of exactly `size` bytes.
     [[nodiscard]] std::uint64_t messagesOf(std::size_t size) const {

@@ -211,16 +211,14 @@ TEST(Afterwards, IsDoneAlsoWhereTheReplyIsLost) {
         return reply;
     });
     ASSERT_EQ(server->listen(0), 0);
-    RawClient lost(server->port());
+    RawClient crowded_out(server->port());
     RawClient unread(server->port());
-    for (RawClient *client : {&lost, &unread}) {
+    for (const RawClient *client : {&crowded_out, &unread}) {  // two are more than may be held
+        EXPECT_EQ(done, 0);
         client->send("GET / HTTP/1.1\r\n\r\n");
         server->poll(1000);
         server->poll(1000);
     }
-    EXPECT_EQ(done, 0);
-    lost.reset();
-    server->poll(1000);
     EXPECT_EQ(done, 1);
     server.reset();
     EXPECT_EQ(done, 2);
