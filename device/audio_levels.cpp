@@ -25,7 +25,8 @@ constexpr auto kNeverDelivered = static_cast<std::int32_t>(0xAAAAAAAA);
 
 std::string audioLevels() {
     const std::optional<std::string> line = readDevice(kLinePath, text_end_t::line);
-    return line ? "[" + line->substr(0, line->find('\n')) + "]" : readProxyLevels();
+    return line ? std::string("[").append(*line, 0, line->find('\n')).append("]")
+                : readProxyLevels();
 }
 
 std::string readProxyLevels() {
