@@ -83,7 +83,7 @@ void ApiHandler::run() {
 }
 
 void ApiHandler::checkRoute() {
-    if (parts.route_device == nullptr) {
+    if (parts.route_device == nullptr || stop_flag != 0) {
         return;
     }
     try {

@@ -40,7 +40,7 @@ public:
     // The thread answers requests from in here on.
     explicit ApiHandler(const ApiParts &api_parts);
 
-    // Joins the thread: two seconds at most, or as long as a route still runs.
+    // Joins the thread: two seconds at most, but for a name that is being looked up.
     ~ApiHandler();
     ApiHandler(const ApiHandler &) = delete;
     ApiHandler &operator=(const ApiHandler &) = delete;

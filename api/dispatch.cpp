@@ -9,6 +9,7 @@
 #include "api/json_message.h"
 #include "api/ping.h"
 #include "api/status_routes.h"
+#include "core/shared/shared_words.h"
 
 namespace {
 
@@ -16,6 +17,7 @@ struct Route {
     const char *path;
     http::Reply (*run)(ApiContext &context, const http::Request &request);
     http::Reply (*reply_on_failure)();
+    bool waits = false;  // for somebody else; not begun any more once the process has to stop
 };
 
 constexpr Route kRoutes[] = {
@@ -25,17 +27,17 @@ constexpr Route kRoutes[] = {
     {"/api/cfg/set", applyConfig, replyError},
     {"/api/source/set", selectSource, replyError},
     {"/api/caps", serveCapabilities, replyEmpty},
-    {"/api/thumb", serveThumbnail, replyError},
-    {"/api/encthumb", serveThumbnail, replyError},
-    {"/api/ping", servePing, replyNoPing},
+    {"/api/thumb", serveThumbnail, replyError, true},
+    {"/api/encthumb", serveThumbnail, replyError, true},
+    {"/api/ping", servePing, replyNoPing, true},
     {"/api/reboot/set", rebootUnit, replyEmpty},
     {"/api/restart/set", restartProcess, replyEmpty},
     {"/api/localfirmware/get", listLocalFirmware, replyNoUpdates},
     {"/api/localfirmware/set", startLocalFirmware, replyUnusable},
-    {"/api/firmware/get", listServerFirmware, replyNoUpdates},
-    {"/api/firmware/set", startServerFirmware, replyUnusable},
+    {"/api/firmware/get", listServerFirmware, replyNoUpdates, true},
+    {"/api/firmware/set", startServerFirmware, replyUnusable, true},
     {"/proxy.log", serveLog, replyError},
-    {"/api/wq_input_reset", resetInput, replyEmpty},
+    {"/api/wq_input_reset", resetInput, replyEmpty, true},
 };
 constexpr Route kWebRoot{"/", serveWebRoot, replyError};
 
@@ -55,6 +57,9 @@ std::optional<http::Reply> answer(ApiContext &context, const http::Request &requ
         return std::nullopt;
     }
     const Route &route = routeOf(request);
+    if (route.waits && stop_flag != 0) {
+        return route.reply_on_failure();
+    }
     try {
         return route.run(context, request);
     } catch (...) {

@@ -160,7 +160,6 @@ void requestRealTime() {
 }
 
 void startUp(Process &process) {
-    openlog("tidewell", LOG_PERROR, LOG_USER);
     process.log.logLine("Startup\n");
     readEnvironment(process);
     makeUnitEnds(process);
