@@ -56,6 +56,8 @@ void systemLog(int priority, const char *format, ...) {
     char message[kMessageBytes];
     va_list arguments;
     va_start(arguments, format);
+    // The analyzer takes what va_start has just set for unset.
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
     vsnprintf(message, sizeof message, format, arguments);
     va_end(arguments);
     sendToLogger(priority, message);
