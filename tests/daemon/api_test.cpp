@@ -137,6 +137,9 @@ TEST(Api, LogIsToldApartByItsTextAndHiddenByNothing) {
     const ApiDaemon daemon({});
     const std::string request = "GET /proxy.log HTTP/1.1\r\nAccept-Encoding: gzip\r\n";
     writeFile("/tmp/proxy.log.gz", "anybody's");
+    ASSERT_TRUE(sim::waitUntil([] {  // the daemon's own last line
+        return readFile("/tmp/proxy.log").find("SRT open failed") != std::string::npos;
+    }));
     const auto askFor = [&](const std::string &text, const std::string &tag) {
         writeFile("/tmp/proxy.log", text);
         const timespec times[2] = {{1700000000, 7}, {1700000000, 7}};
