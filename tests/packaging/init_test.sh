@@ -6,7 +6,8 @@ set -u
 if [ -z "${TIDEWELL_INSIDE:-}" ]; then
     [ "$(id -u)" = 0 ] || as_root=-r
     export TIDEWELL_INSIDE=1
-    exec unshare ${as_root:-} -mnpf --mount-proc "$0" "$@"
+    # A session of its own: one that loses its parent hangs up where a process is stopped.
+    exec setsid -w unshare ${as_root:-} -mnpf --mount-proc "$0" "$@"
 fi
 
 mount -t tmpfs none /run
@@ -48,6 +49,7 @@ expect "... and says so" [ "$said" = "tidewell: process $deaf still runs after 2
 
 settings DAEMON=/run/tidewell
 slow=$(pid)
+until grep -q Startup /run/log; do kill -0 "$slow" || break; done # before that it hears no signal in order
 kill -STOP "$slow"
 /run/init stop >/run/said 2>&1 & stopping=$!
 until is_told_to_end "$slow"; do kill -0 $stopping || break; done
